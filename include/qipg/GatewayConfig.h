@@ -1,0 +1,42 @@
+// Where the gateways are and how to trust them. A plain value; copy it freely.
+//
+// Base URLs: endpoint names are appended to them without a separator, so the test base URL
+// ends in "/ipg/" and the production one in "/". A base URL must use https, except when its
+// host is a loopback address (127.0.0.0/8, ::1 or "localhost"), where http is allowed for
+// local development. QuandrelIPG::create refuses (returns nullptr for) a configuration whose
+// problem() is not absent; problem() says why in one line.
+#pragma once
+
+#include <string>
+
+#include "qipg/Export.h"
+#include "qipg/Types.h"
+
+namespace qipg {
+
+struct QIPG_EXPORT GatewayConfig {
+  // Placeholders until the host sets the real addresses.
+  std::string testBaseURL = "https://test.ipg.quandrel.example/ipg/";
+  std::string productionBaseURL = "https://ipg.quandrel.example/";
+
+  // A PEM file of certificate authorities to trust instead of the system's; empty: the
+  // system's trust store. TLS peer and host verification are always on.
+  std::string caFile;
+
+  // An optional pinned public key in libcurl's form ("sha256//BASE64" or a PEM/DER file);
+  // empty: no pinning.
+  std::string pinnedPublicKey;
+
+  // Connect time-out in milliseconds for the management calls; 0: libcurl's default.
+  long connectTimeoutMs = 0;
+
+  // Defaults, with QIPG_TEST_BASE_URL, QIPG_PRODUCTION_BASE_URL and QIPG_CA_FILE from the
+  // environment where they are set.
+  static GatewayConfig fromEnvironment();
+
+  // Absent when the configuration is usable; else a one-line reason, e.g.
+  // "test base URL must use https (http is allowed only on a loopback host): http://x/ipg/".
+  Text problem() const;
+};
+
+}  // namespace qipg

@@ -1,0 +1,148 @@
+// The client a merchant's application creates and calls.
+//
+// A client is fixed at creation to the test or the production gateway. Creating one stores
+// that gateway's envelope IV under "randomIV" in the process-wide store, so the client
+// created last decides the IV for every later encryption and decryption, by any client.
+//
+// Thread-safety: every operation may be called from any thread. The credential fields are
+// rewritten by every call (last writer wins) and guarded. Management answers arrive on the
+// client's transport thread; input errors and payment failures on the caller's thread.
+// Always shared-owned: a request under way keeps its client and its delegate alive until its
+// completion has run.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "qipg/CommonUtilities.h"
+#include "qipg/Export.h"
+#include "qipg/GatewayConfig.h"
+#include "qipg/IPGResponseDelegate.h"
+#include "qipg/StringEncryption.h"
+#include "qipg/TransportError.h"
+#include "qipg/Types.h"
+#include "qipg/URLRequest.h"
+
+namespace qipg {
+
+namespace internal {
+class Transport;
+}
+
+// Environment values for QuandrelIPG::create: 1 is the test gateway, any other value
+// production.
+enum IPGEnvironment : std::uint64_t {
+  IPGEnvironmentProduction = 0,
+  IPGEnvironmentTest = 1,
+};
+
+class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG> {
+ public:
+  // A client for the test gateway with GatewayConfig::fromEnvironment().
+  static std::shared_ptr<QuandrelIPG> create();
+
+  // A client for `environmentType` (1: test, anything else: production). Returns nullptr
+  // when `config.problem()` is not absent.
+  static std::shared_ptr<QuandrelIPG> create(std::uint64_t environmentType,
+                                             GatewayConfig config = GatewayConfig::fromEnvironment());
+
+  ~QuandrelIPG();
+  QuandrelIPG(const QuandrelIPG&) = delete;
+  QuandrelIPG& operator=(const QuandrelIPG&) = delete;
+
+  // ---- fields
+  const std::string& shaPublicKey() const { return shaPublicKey_; }
+  const std::string& CurrentDomainURL() const { return CurrentDomainURL_; }
+  const GatewayConfig& config() const { return config_; }
+  Text merchantIDString() const;
+  Text encryptionKeyString() const;
+  void setMerchantIDString(Text value);
+  void setEncryptionKeyString(Text value);
+
+  // Held weakly; kept for the host's use, the operations call the delegate given to each call.
+  std::shared_ptr<IPGResponseDelegate> quandrelIPGDelegate() const;
+  void setQuandrelIPGDelegate(const std::shared_ptr<IPGResponseDelegate>& delegate);
+
+  // ---- credentials
+
+  // Reads "merchantID" and "encryptionKey" from Info.plist (XML or binary) in
+  // $QIPG_BUNDLE_DIR, else beside the executable, and calls `completion` once, synchronously,
+  // with the two values (each absent when the file or the key is missing or not a string).
+  void getMerchantIDandEncryptionKeyFromPList(
+      const std::function<void(const Text& merchantID, const Text& encryptionKey)>& completion) const;
+
+  // When both `mid` and `encString` are missing (absent or ""), replaces the client's two
+  // credential fields with the property list's values; otherwise changes nothing.
+  void checkForMIDandEncString(const Text& mid, const Text& encString);
+
+  // ---- transport
+
+  // Posts `parameters` (a form body) to `url` and calls `completion` exactly once on the
+  // transport thread with the answer text (absent or empty when there is none or it is not
+  // UTF-8, or it exceeds 1 MiB) and the error (absent on success).
+  void sendPostRequestWithURL(
+      const Text& url, const std::string& parameters,
+      std::function<void(const Text& answer, const std::optional<TransportError>& error)> completion);
+
+  // The POST request for the gateway's payment page (not sent): type 0 "doMEPayRequest",
+  // 1 "doMEPayRequestCard", any other type no URL.
+  URLRequest getURLRequestforTransaction(const Text& reqMsg, const Text& andMID,
+                                         std::uint64_t txnRequesttype);
+
+  // ---- transaction management (answers on the transport thread)
+  void getTransactionStatus(const Text& orderID, const Text& transactionRefNumber,
+                            const Text& merchantID, const Text& encryptionString,
+                            const std::shared_ptr<IPGResponseDelegate>& statusResponseDelegate);
+  void cancelTransaction(const Text& orderID, const Text& transactionRefNumber,
+                         const Text& merchantID, const Text& encryptionString,
+                         const std::shared_ptr<IPGResponseDelegate>& cancelResponseDelegate);
+  void refundTransaction(const Text& orderID, const Text& transactionRefNumber,
+                         const Text& transactionAmount, const Text& merchantID,
+                         const Text& encryptionString,
+                         const std::shared_ptr<IPGResponseDelegate>& refundResponseDelegate);
+
+  // ---- payments (no network; failures to requestFailedError, exactly once)
+  std::optional<URLRequest> getStandardPaymentRequest(
+      const Text& orderID, const Text& transactionAmount, const Text& transactionCurrency,
+      const Text& transactionDescription, std::uint64_t transactionType,
+      const Text& additionalField1, const Text& additionalField2, const Text& additionalField3,
+      const Text& additionalField4, const Text& additionalField5, const Text& additionalField6,
+      const Text& additionalField7, const Text& additionalField8, const Text& additionalField9,
+      const Text& additionalField10, const Text& mid, const Text& encryptionString,
+      const std::shared_ptr<IPGResponseDelegate>& requestDelegate);
+
+  std::optional<URLRequest> getCardCapturePaymentRequest(
+      const Text& orderID, const Text& transactionAmount, const Text& transactionCurrency,
+      const Text& transactionDescription, std::uint64_t transactionType,
+      const Text& cardHolderName, const Text& cardNumber, const Text& cardExpiryDate,
+      const Text& cvvNumber, std::uint64_t paymentType, const Text& additionalField1,
+      const Text& additionalField2, const Text& additionalField3, const Text& additionalField4,
+      const Text& additionalField5, const Text& additionalField6, const Text& additionalField7,
+      const Text& additionalField8, const Text& additionalField9, const Text& additionalField10,
+      const Text& mid, const Text& encryptionString,
+      const std::shared_ptr<IPGResponseDelegate>& requestDelegate);
+
+  // Completes every request under way with an error (their delegates get an "F" record) and
+  // stops the transport thread. Called by the destructor; later management calls answer "F".
+  void shutdown();
+
+ private:
+  QuandrelIPG(std::uint64_t environmentType, GatewayConfig config);
+
+  StringEncryption aesHelper_;
+  std::string shaPublicKey_;
+  CommonUtilities commonUtilities_;
+  mutable std::mutex credentialsMutex_;
+  Text merchantIDString_;
+  Text encryptionKeyString_;
+  std::string CurrentDomainURL_;
+  std::weak_ptr<IPGResponseDelegate> quandrelIPGDelegate_;
+  GatewayConfig config_;
+  std::shared_ptr<internal::Transport> transport_;
+};
+
+}  // namespace qipg
