@@ -1,0 +1,19 @@
+// IPGCardCaptureRequest::validateInputForCardCaptureRequest on arbitrary arguments, each
+// sometimes absent: always a verdict, never a crash or an exception.
+#include <cstddef>
+#include <cstdint>
+
+#include "FuzzedText.h"
+#include "qipg/IPGCardCaptureRequest.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  FuzzedDataProvider in(data, size);
+  qipg::Text a[22];
+  for (qipg::Text& t : a) t = qipg_fuzz::consumeText(in);
+  qipg::IPGCardCaptureRequest request;
+  const std::string verdict = request.validateInputForCardCaptureRequest(
+      a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8], a[9], a[10], a[11], a[12], a[13], a[14],
+      a[15], a[16], a[17], a[18], a[19], a[20], a[21]);
+  qipg_fuzz::expect(!verdict.empty());
+  return 0;
+}

@@ -1,0 +1,16 @@
+// RefundRequest::validateInputForRefundRequest on arbitrary arguments, each sometimes absent:
+// always a verdict, never a crash or an exception.
+#include <cstddef>
+#include <cstdint>
+
+#include "FuzzedText.h"
+#include "qipg/RefundRequest.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  FuzzedDataProvider in(data, size);
+  qipg::Text a[5];
+  for (qipg::Text& t : a) t = qipg_fuzz::consumeText(in);
+  qipg::RefundRequest request;
+  qipg_fuzz::expect(!request.validateInputForRefundRequest(a[0], a[1], a[2], a[3], a[4]).empty());
+  return 0;
+}
