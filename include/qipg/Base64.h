@@ -22,10 +22,14 @@ QIPG_EXPORT char* NewBase64Encode(const void* buffer, std::size_t length, bool s
 
 // Decodes `length` characters; a length of SIZE_MAX means `inputBuffer` is NUL-terminated.
 // Every byte outside the alphabet, "=" included, is skipped wherever it stands, and "=" does
-// not end decoding. A trailing run of skipped bytes after the last complete group drops the
-// last decoded byte. Never reads outside `inputBuffer` whatever its bytes are. Returns a
-// buffer that the caller owns and releases with std::free (nullptr only when it cannot be
-// allocated); `outputLength` (may be null) receives the number of bytes in it.
+// not end decoding; a group of 4 may be formed across skipped bytes. 4 values give 3 bytes;
+// at the end of the input 3 values give 2 bytes, 2 give 1, and 1 gives none. A trailing run
+// of skipped bytes after the last complete group (a final line break, or "=" after a full
+// group) drops the last decoded byte. A non-empty input without any alphabet character gives
+// length 0. Never reads outside `inputBuffer` whatever its bytes are (bytes above 0x7F are
+// skipped like any other). Returns a buffer that the caller owns and releases with std::free
+// (nullptr only when it cannot be allocated); `outputLength` (may be null) receives the
+// number of bytes in it.
 QIPG_EXPORT void* NewBase64Decode(const char* inputBuffer, std::size_t length,
                                   std::size_t* outputLength);
 

@@ -44,8 +44,9 @@ class QIPG_EXPORT CommonUtilities {
 
   // ---- IV store.
 
-  // Stores `value` under `key`, durably, replacing what was there. A failing store (locked
-  // for too long, unwritable) keeps nothing and reports nothing.
+  // Stores `value` under `key`, durably, replacing what was there (an absent `value` removes
+  // it; an absent `key` does nothing). A failing store (locked for too long, unwritable)
+  // keeps nothing and reports nothing. Any text may be stored under any key, "" included.
   static void SetRandomIV(const Text& value, const Text& key);
 
   // The text stored under `key`; absent for an empty or absent key, when nothing is stored,

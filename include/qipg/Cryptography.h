@@ -24,8 +24,8 @@ QIPG_EXPORT std::string encryptTextWithEncKey(const std::string& plainText, cons
 // Opens an envelope text as received (line breaks and other characters outside the Base64
 // alphabet are ignored; only the exact "%2B" is turned back into "+"). Returns an absent text
 // for an absent input; the empty text when the Base64 cannot be decoded; an absent text when
-// decryption fails (wrong key or IV, damaged text, no IV stored) or the plain bytes are not
-// UTF-8.
+// decryption fails (wrong key or IV, damaged text, no IV stored, a merchant key that is absent
+// or not ASCII) or the plain bytes are not UTF-8.
 QIPG_EXPORT Text decryptTextWithDecryptionKey(const Text& envelopeText, const Text& decKey);
 
 // Decrypts `string` with the AES key text `password` and the IV text `IV` as they stand

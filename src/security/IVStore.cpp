@@ -1,0 +1,28 @@
+// The envelope's IV, kept in the application's user defaults.
+
+#include "qipg/CommonUtilities.h"
+#include "security/UserDefaults.h"
+
+namespace qipg {
+
+void CommonUtilities::SetRandomIV(const Text& value, const Text& key) {
+  if (!key) return;
+  internal::UserDefaults& defaults = internal::UserDefaults::standard();
+  if (defaults.hasValueForKey(*key)) {
+    defaults.removeObjectForKey(*key);
+    defaults.synchronize();
+  }
+  if (value) {
+    defaults.setString(*key, *value);
+  } else {
+    defaults.removeObjectForKey(*key);
+  }
+  defaults.synchronize();
+}
+
+Text CommonUtilities::getRandomIVforKey(const Text& key) {
+  if (!key || key->empty()) return std::nullopt;
+  return internal::UserDefaults::standard().stringForKey(*key);
+}
+
+}  // namespace qipg

@@ -1,0 +1,177 @@
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TempStore.h"
+#include "qipg/CommonUtilities.h"
+#include "security/UserDefaults.h"
+
+namespace qipg {
+namespace {
+
+using internal::UserDefaults;
+
+UserDefaults::Options at(const std::string& path, int busyTimeoutMs = 3000) {
+  UserDefaults::Options options;
+  options.path = path;
+  options.busyTimeoutMs = busyTimeoutMs;
+  return options;
+}
+
+unsigned mode(const std::string& path) {
+  struct stat st {};
+  return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+void sql(const std::string& file, const char* statement) {
+  sqlite3* db = nullptr;
+  sqlite3_open(file.c_str(), &db);
+  EXPECT_EQ(sqlite3_exec(db, statement, nullptr, nullptr, nullptr), SQLITE_OK);
+  sqlite3_close(db);
+}
+
+TEST(UserDefaults, PersistsAndOtherConnectionsSeeWritesAtOnce) {
+  testing::TempDir dir;
+  const std::string file = dir.file("defaults.sqlite3");
+  const std::string nul("n\0l", 3);
+  ASSERT_TRUE(UserDefaults(at(file)).setString(nul, nul));
+  UserDefaults reader(at(file)), writer(at(file));
+  EXPECT_EQ(reader.stringForKey(nul), nul);
+  EXPECT_EQ(reader.stringForKey("iv"), std::nullopt);  // remembered as absent
+  for (const char* value : {"one", "two", ""}) {
+    ASSERT_TRUE(writer.setString("iv", value));
+    EXPECT_EQ(reader.stringForKey("iv"), value);
+  }
+  EXPECT_TRUE(writer.removeObjectForKey("iv"));
+  EXPECT_EQ(reader.stringForKey("iv"), std::nullopt);
+  sql(file, "INSERT INTO defaults VALUES('number', 42)");
+  EXPECT_EQ(reader.stringForKey("number"), std::nullopt);  // not a text
+  EXPECT_TRUE(reader.hasValueForKey("number"));
+}
+
+TEST(UserDefaults, ProcessesAndThreadsWritingAtOnceLoseNothing) {
+  testing::TempStore temp;
+  const auto key = [](int writer, int i) {
+    return std::to_string(writer) + "-" + std::to_string(i);
+  };
+  pid_t children[2];
+  for (int p = 0; p < 2; ++p) {
+    if ((children[p] = fork()) == 0) {
+      UserDefaults store(at(temp.file));
+      bool ok = true;
+      for (int i = 0; i < 40; ++i) ok = store.setString(key(p, i), "v") && ok;
+      _exit(ok ? 0 : 1);
+    }
+  }
+  std::vector<std::thread> threads;
+  for (int t = 2; t < 6; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 40; ++i) {
+        UserDefaults::standard().setString(key(t, i), "v");
+        UserDefaults::standard().stringForKey(key(t - 1, i));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (pid_t child : children) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  for (int w = 0; w < 6; ++w) {
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(UserDefaults::standard().stringForKey(key(w, i)), "v");
+  }
+}
+
+TEST(UserDefaults, WhereAndWithWhatMode) {
+  testing::TempDir dir;
+  testing::ScopedEnv noFile("QIPG_DEFAULTS_FILE", std::nullopt);
+  testing::ScopedEnv home("HOME", dir.path());
+  const std::string tail = "/qipg/test_security/defaults.sqlite3";
+  testing::ScopedEnv noXdg("XDG_CONFIG_HOME", std::nullopt);
+  EXPECT_EQ(UserDefaults::resolvePath(), dir.path() + "/.config" + tail);
+  testing::ScopedEnv xdg("XDG_CONFIG_HOME", dir.file("config"));
+  EXPECT_EQ(UserDefaults::resolvePath(), dir.file("config") + tail);
+  for (const mode_t mask : {mode_t{0}, mode_t{0277}}) {
+    const std::string sub = dir.file("x" + std::to_string(mask));
+    testing::ScopedEnv file("QIPG_DEFAULTS_FILE", sub + "/a/defaults.sqlite3");
+    const mode_t old = umask(mask);
+    EXPECT_TRUE(UserDefaults::standard().setString("k", "v"));
+    umask(old);
+    EXPECT_EQ(mode(sub + "/a/defaults.sqlite3"), 0600u) << mask;
+    EXPECT_EQ(mode(sub), 0700u);
+    EXPECT_EQ(mode(sub + "/a"), 0700u);
+  }
+}
+
+TEST(UserDefaults, DamagedFilesAreSetAsideAndRecreated) {
+  for (const bool wholeFile : {true, false}) {
+    testing::TempDir dir;
+    const std::string file = dir.file("defaults.sqlite3");
+    if (!wholeFile) UserDefaults(at(file)).setString("k", "v");
+    std::fstream(file, std::ios::binary | std::ios::in | std::ios::out | std::ios::app).close();
+    std::fstream f(file, std::ios::binary | std::ios::in | std::ios::out);
+    f.seekp(wholeFile ? 0 : 4096);  // the header, or the table's page
+    f << std::string(4096, '\xFF');
+    f.close();
+    UserDefaults store(at(file));
+    EXPECT_EQ(store.stringForKey("k"), std::nullopt);
+    EXPECT_TRUE(store.setString("k", "fresh"));
+    EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "fresh");
+    int asides = 0;
+    DIR* d = opendir(dir.path().c_str());
+    while (dirent* e = readdir(d))
+      asides += std::string(e->d_name).find(".corrupt-") != std::string::npos;
+    closedir(d);
+    EXPECT_EQ(asides, 1) << wholeFile;
+  }
+}
+
+TEST(UserDefaults, UnusableStoresReadNothingAndDropWrites) {
+  testing::TempDir dir;
+  std::ofstream(dir.file("plain-file")) << "x";
+  {
+    testing::ScopedEnv env("QIPG_DEFAULTS_FILE", dir.file("plain-file/defaults.sqlite3"));
+    EXPECT_FALSE(UserDefaults::standard().setString("k", "v"));
+    EXPECT_FALSE(UserDefaults::standard().synchronize());
+    CommonUtilities::SetRandomIV("4e9a1c07b3d58f26", "randomIV");
+    EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), std::nullopt);
+  }
+  // Locked by another connection: calls give up after the busy timeout, then recover.
+  const std::string file = dir.file("defaults.sqlite3");
+  UserDefaults(at(file)).setString("k", "v");
+  sqlite3* holder = nullptr;
+  sqlite3_open(file.c_str(), &holder);
+  ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+  UserDefaults waiting(at(file, 50));
+  EXPECT_EQ(waiting.stringForKey("k"), std::nullopt);
+  EXPECT_FALSE(waiting.setString("k", "w"));
+  sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr);
+  sqlite3_close(holder);
+  EXPECT_TRUE(waiting.setString("k", "w"));
+  EXPECT_EQ(waiting.stringForKey("k"), "w");
+}
+
+TEST(IVStore, LastStoredWinsAndEmptyKeyReadsNothing) {
+  testing::TempStore temp;
+  EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), std::nullopt);
+  for (const char* iv : {"4e9a1c07b3d58f26", "d2071f8be64c395a", "d2071f8be64c395a"}) {
+    CommonUtilities::SetRandomIV(iv, "randomIV");
+    EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), iv);
+  }
+  CommonUtilities::SetRandomIV("under empty key", "");
+  EXPECT_EQ(UserDefaults::standard().stringForKey(""), "under empty key");
+  EXPECT_EQ(CommonUtilities::getRandomIVforKey(""), std::nullopt);
+  EXPECT_EQ(CommonUtilities::getRandomIVforKey(std::nullopt), std::nullopt);
+}
+
+}  // namespace
+}  // namespace qipg
