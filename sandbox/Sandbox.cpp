@@ -1,0 +1,323 @@
+#include "Sandbox.h"
+
+#include <httplib.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+
+#include "Certificates.h"
+#include "Gateway.h"
+#include "GatewayCrypto.h"
+#include "Pages.h"
+#include "Store.h"
+#include "Text.h"
+
+namespace qipg::sandbox {
+
+using internal::Gateway;
+using internal::Reply;
+
+namespace {
+
+constexpr std::size_t kEndpointCount = 6;
+constexpr std::size_t kHugeAnswerBytes = 5u * 1024 * 1024;
+
+// Creates `path` and its missing parents; the directories it creates are owner-only.
+bool makeDirectories(const std::string& path) {
+  if (path.empty()) return false;
+  struct stat st {};
+  if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
+  const std::size_t slash = path.find_last_of('/');
+  if (slash != std::string::npos && slash > 0 && !makeDirectories(path.substr(0, slash))) {
+    return false;
+  }
+  return ::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
+}
+
+bool validMerchant(const Merchant& m) {
+  return internal::isAlphanumeric(m.mid, 15) && internal::isAlphanumeric(m.key, 32);
+}
+
+}  // namespace
+
+struct Sandbox::Impl {
+  Options options;
+  std::string iv;
+  std::string baseURL;
+  int port = 0;
+  internal::CertificateFiles certificates;
+  std::unique_ptr<internal::Store> store;
+  std::unique_ptr<Gateway> gateway;
+  std::unique_ptr<httplib::SSLServer> server;
+  std::thread thread;
+  std::atomic<bool> listenerEnded{false};
+
+  std::array<std::atomic<int>, kEndpointCount> faults{};
+  mutable std::mutex holdMutex;
+  std::condition_variable holdCv;
+  bool stopping = false;
+  std::size_t held = 0;
+
+  std::mutex stopMutex;
+  bool stopped = false;
+
+  Fault fault(Endpoint e) const {
+    return static_cast<Fault>(faults[static_cast<std::size_t>(e)].load());
+  }
+
+  // Answers per the endpoint's fault; false when there is none and the gateway should answer.
+  bool spoil(Endpoint e, httplib::Response& res) {
+    switch (fault(e)) {
+      case Fault::kNone:
+        return false;
+      case Fault::kHttp500:
+        res.status = 500;
+        res.set_content(internal::errorPage("Internal Server Error",
+                                            "The sandbox was told to fail this request."),
+                        "text/html; charset=utf-8");
+        return true;
+      case Fault::kGarbage:
+        res.set_content("<<this is not an envelope>> ~!@#$^&*()", "text/plain; charset=utf-8");
+        return true;
+      case Fault::kNotUtf8:
+        res.set_content(std::string("\xff\xfe\xc3\x28 not \xa0\xa1 UTF-8 \xf0\x28\x8c\x28"),
+                        "text/plain; charset=utf-8");
+        return true;
+      case Fault::kHuge:
+        res.set_content(std::string(kHugeAnswerBytes, 'A'), "text/plain; charset=utf-8");
+        return true;
+      case Fault::kHang: {
+        std::unique_lock<std::mutex> lock(holdMutex);
+        ++held;
+        holdCv.wait(lock, [&] { return stopping || fault(e) != Fault::kHang; });
+        --held;
+        const bool releasedByStop = stopping;
+        lock.unlock();
+        if (releasedByStop) {
+          res.status = 503;
+          res.set_header("Connection", "close");
+          res.set_content("sandbox stopped\n", "text/plain; charset=utf-8");
+          return true;
+        }
+        return false;
+      }
+    }
+    return false;
+  }
+
+  void route(const std::string& name, Endpoint endpoint,
+             Reply (Gateway::*handler)(const std::string&)) {
+    server->Post(std::string(internal::kBasePath) + name,
+                 [this, endpoint, handler](const httplib::Request& req, httplib::Response& res) {
+                   if (spoil(endpoint, res)) return;
+                   Reply reply = (gateway.get()->*handler)(req.body);
+                   res.status = reply.status;
+                   res.set_content(std::move(reply.body), reply.contentType);
+                 });
+  }
+
+  void setUpRoutes() {
+    route("getTransactionStatus", Endpoint::kStatus, &Gateway::status);
+    route("doCancelRequest", Endpoint::kCancel, &Gateway::cancel);
+    route("doRefundRequest", Endpoint::kRefund, &Gateway::refund);
+    route("doMEPayRequest", Endpoint::kPaymentPage, &Gateway::paymentPage);
+    route("doMEPayRequestCard", Endpoint::kCardPaymentPage, &Gateway::cardPaymentPage);
+    route("paymentInvoice", Endpoint::kPaymentInvoice, &Gateway::paymentInvoice);
+    auto serve = [this](Reply (Gateway::*page)() const) {
+      return [this, page](const httplib::Request&, httplib::Response& res) {
+        Reply reply = (gateway.get()->*page)();
+        res.status = reply.status;
+        res.set_content(std::move(reply.body), reply.contentType);
+      };
+    };
+    server->Get(std::string(internal::kBasePath) + "paymentInvoice",
+                serve(&Gateway::invoiceWithoutPayment));
+    server->Get(internal::kBasePath, serve(&Gateway::index));
+    server->Get("/", [](const httplib::Request&, httplib::Response& res) {
+      res.set_redirect(internal::kBasePath, 303);
+    });
+
+    // Plain one-line texts for what no route answered; the gateway's own 4xx pages stay.
+    server->set_error_handler(
+        httplib::Server::HandlerWithResponse([](const httplib::Request&, httplib::Response& res) {
+          if (!res.body.empty()) return httplib::Server::HandlerResponse::Unhandled;
+          res.set_content(res.status == 404 ? "not found\n" : "request refused\n",
+                          "text/plain; charset=utf-8");
+          return httplib::Server::HandlerResponse::Handled;
+        }));
+    server->set_exception_handler(
+        [](const httplib::Request&, httplib::Response& res, std::exception_ptr) {
+          res.status = 500;
+          res.set_content("internal error\n", "text/plain; charset=utf-8");
+        });
+    if (options.log) {
+      server->set_logger(
+          [log = options.log](const httplib::Request& req, const httplib::Response& res) {
+            log(req.method + " " + req.path + " " + std::to_string(res.status));
+          });
+    }
+  }
+};
+
+Sandbox::Sandbox(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
+  std::string scratch;
+  if (error == nullptr) error = &scratch;
+  auto fail = [&](const std::string& why) -> std::unique_ptr<Sandbox> {
+    *error = why;
+    return nullptr;
+  };
+
+  auto impl = std::make_unique<Impl>();
+  if (options.environment == "test") {
+    impl->iv = std::string(internal::kTestIV);
+  } else if (options.environment == "production") {
+    impl->iv = std::string(internal::kProductionIV);
+  } else {
+    return fail("unknown environment \"" + options.environment + "\" (test or production)");
+  }
+  if (options.port < 0 || options.port > 65535) return fail("port out of range: 0 to 65535");
+  if (options.host.empty()) return fail("no host to listen on");
+  for (const Merchant& m : options.merchants) {
+    if (!validMerchant(m)) {
+      return fail("bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits");
+    }
+  }
+  if (options.dataDir.empty()) return fail("no data directory given");
+  while (options.dataDir.size() > 1 && options.dataDir.back() == '/') options.dataDir.pop_back();
+  if (!makeDirectories(options.dataDir)) {
+    return fail("cannot create the data directory " + options.dataDir);
+  }
+
+  if (!internal::ensureCertificates(options.dataDir, options.host, &impl->certificates, error)) {
+    return nullptr;
+  }
+  impl->store = internal::Store::open(options.dataDir + "/sandbox.sqlite3", error);
+  if (!impl->store) return nullptr;
+  if (!impl->store->putMerchant(kTestMerchantId, kTestMerchantKey)) {
+    return fail("cannot store the test merchant");
+  }
+  for (const Merchant& m : options.merchants) {
+    if (!impl->store->putMerchant(m.mid, m.key)) return fail("cannot store merchant " + m.mid);
+  }
+
+  impl->server = std::make_unique<httplib::SSLServer>(impl->certificates.certFile.c_str(),
+                                                      impl->certificates.keyFile.c_str());
+  if (!impl->server->is_valid()) return fail("cannot set up TLS with the sandbox certificate");
+  // Short time-outs bound stop(): an idle or silent connection is let go within seconds.
+  impl->server->set_keep_alive_timeout(1);
+  impl->server->set_read_timeout(3, 0);
+  impl->server->set_write_timeout(5, 0);
+  impl->server->set_payload_max_length(1u << 20);
+  // SO_REUSEADDR only: httplib's default adds SO_REUSEPORT, which would let a second sandbox
+  // share a port that is taken instead of failing.
+  impl->server->set_socket_options([](socket_t sock) {
+    const int yes = 1;
+    ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
+
+  if (options.port == 0) {
+    impl->port = impl->server->bind_to_any_port(options.host);
+  } else {
+    impl->port = impl->server->bind_to_port(options.host, options.port) ? options.port : -1;
+  }
+  if (impl->port <= 0) {
+    return fail("cannot listen on " + options.host + ":" + std::to_string(options.port));
+  }
+  const bool ipv6 = options.host.find(':') != std::string::npos;
+  impl->baseURL = "https://" + (ipv6 ? "[" + options.host + "]" : options.host) + ":" +
+                  std::to_string(impl->port) + internal::kBasePath;
+  impl->options = std::move(options);
+  impl->gateway =
+      std::make_unique<Gateway>(*impl->store, impl->iv, impl->baseURL, impl->options.environment);
+  impl->setUpRoutes();
+
+  Impl* raw = impl.get();
+  impl->thread = std::thread([raw] {
+    // A peer that hangs up mid-answer must give EPIPE, not kill the process: block SIGPIPE in
+    // this thread, and so in the worker threads it starts, without touching the process.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    raw->server->listen_after_bind();
+    raw->listenerEnded = true;
+  });
+  // The socket already listens; wait until the accept loop runs so that stop() reaches it.
+  while (!raw->server->is_running() && !raw->listenerEnded) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  if (raw->listenerEnded) {
+    raw->thread.join();
+    return fail("the server stopped at once");
+  }
+  return std::unique_ptr<Sandbox>(new Sandbox(std::move(impl)));
+}
+
+Sandbox::~Sandbox() { stop(); }
+
+int Sandbox::port() const { return impl_->port; }
+std::string Sandbox::baseURL() const { return impl_->baseURL; }
+std::string Sandbox::caFile() const { return impl_->certificates.caFile; }
+std::string Sandbox::dataDir() const { return impl_->options.dataDir; }
+std::string Sandbox::environment() const { return impl_->options.environment; }
+
+void Sandbox::stop() {
+  std::lock_guard<std::mutex> stopLock(impl_->stopMutex);
+  if (impl_->stopped) return;
+  {
+    std::lock_guard<std::mutex> lock(impl_->holdMutex);
+    impl_->stopping = true;
+  }
+  impl_->holdCv.notify_all();
+  impl_->server->stop();
+  if (impl_->thread.joinable()) impl_->thread.join();
+  impl_->stopped = true;
+}
+
+void Sandbox::setFault(Endpoint endpoint, Fault fault) {
+  {
+    std::lock_guard<std::mutex> lock(impl_->holdMutex);
+    impl_->faults[static_cast<std::size_t>(endpoint)] = static_cast<int>(fault);
+  }
+  impl_->holdCv.notify_all();
+}
+
+void Sandbox::clearFaults() {
+  {
+    std::lock_guard<std::mutex> lock(impl_->holdMutex);
+    for (auto& f : impl_->faults) f = static_cast<int>(Fault::kNone);
+  }
+  impl_->holdCv.notify_all();
+}
+
+std::size_t Sandbox::heldRequests() const {
+  std::lock_guard<std::mutex> lock(impl_->holdMutex);
+  return impl_->held;
+}
+
+std::optional<TransactionInfo> Sandbox::transaction(const std::string& mid,
+                                                    const std::string& orderId) const {
+  return impl_->gateway->transaction(mid, orderId);
+}
+
+std::string defaultDataDir() {
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  if (xdg != nullptr && xdg[0] == '/') return std::string(xdg) + "/qipg/sandbox";
+  const char* home = std::getenv("HOME");
+  if (home != nullptr && home[0] != '\0') return std::string(home) + "/.local/share/qipg/sandbox";
+  return {};
+}
+
+}  // namespace qipg::sandbox

@@ -1,0 +1,239 @@
+// The sandbox as a server: refusals of unreadable management requests, faults for testing
+// clients, files on disk, environments and the command line.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <thread>
+
+#include "GatewayCrypto.h"
+#include "SandboxTestSupport.h"
+
+namespace qipg::sandbox::testing {
+namespace {
+
+using Server = SandboxFixture;
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+TEST_F(Server, UnreadableManagementRequestsAreRefusedClearly) {
+  const std::string status14 = kMid + "|ORD1|" + std::string(11, '|');
+  const std::string sealed = encryptTextWithEncKey(status14, kKey);
+  struct Case {
+    std::string endpoint, body;
+    int httpStatus;
+    std::string description;  // sealed answers: statusDescription; else the plain text
+  };
+  const Case cases[] = {
+      {"getTransactionStatus", managementBody(sealed, "mid", "NOBODY"), 400,
+       "unknown merchant ID\n"},
+      {"getTransactionStatus", managementBody(sealed, "MID"), 400, "missing form field mid\n"},
+      {"doRefundRequest", managementBody(sealed, "mid"), 400, "missing form field MID\n"},
+      {"getTransactionStatus", managementBody("bm90IGEgbWVzc2FnZQ==", "mid"), 200,
+       "The request could not be decrypted with this merchant's key"},
+      {"getTransactionStatus", managementBody(encryptTextWithEncKey(status14, "otherkey"), "mid"),
+       200, "The request could not be decrypted with this merchant's key"},
+      {"getTransactionStatus", "mid=" + kMid, 200, "Missing form field merchantReqStrT"},
+      {"getTransactionStatus",
+       managementBody(encryptTextWithEncKey(kMid + "|ORD1|" + std::string(10, '|'), kKey), "mid"),
+       200, "Wrong message layout: expected 14 fields, got 13"},
+      {"doCancelRequest",
+       managementBody(encryptTextWithEncKey("OTHER|ORD1|1|-|-|-|-|-|-|-|-|-|-|-", kKey), "MID"),
+       200, "The MID in the message does not match the form"},
+  };
+  for (const Case& c : cases) {
+    const HttpAnswer answer = post(c.endpoint, c.body);
+    EXPECT_EQ(answer.status, c.httpStatus) << c.description;
+    if (c.httpStatus != 200) {
+      EXPECT_EQ(answer.body, c.description);
+      continue;
+    }
+    const Text plain = decryptTextWithDecryptionKey(answer.body, kKey);
+    const PaymentResponse r = c.endpoint == "getTransactionStatus"
+                                  ? CommonUtilities().getResponseFromString(plain)
+                                  : CommonUtilities().getCancelOrRefundPaymentResponse(plain);
+    EXPECT_EQ(r.statusCode(), "F") << c.description;
+    EXPECT_EQ(r.statusDescription(), c.description);
+  }
+}
+
+TEST_F(Server, FaultsSpoilTheirEndpointOnly) {
+  struct Case {
+    Fault fault;
+    int status;
+    std::size_t minimumSize;
+    bool utf8;
+  };
+  const Case cases[] = {{Fault::kHttp500, 500, 1, true},
+                        {Fault::kGarbage, 200, 1, true},
+                        {Fault::kNotUtf8, 200, 1, false},
+                        {Fault::kHuge, 200, 5u * 1024 * 1024, true}};
+  const std::string body =
+      managementBody(encryptTextWithEncKey(kMid + "|O|" + std::string(11, '|'), kKey), "mid");
+  for (const Case& c : cases) {
+    sandbox_->setFault(Endpoint::kStatus, c.fault);
+    const HttpAnswer answer = post("getTransactionStatus", body);
+    EXPECT_EQ(answer.status, c.status);
+    EXPECT_GE(answer.body.size(), c.minimumSize);
+    EXPECT_EQ(internal::isUtf8(answer.body), c.utf8);
+    // The client's reading of such an answer: a record with "F" and nothing else.
+    const PaymentResponse r =
+        CommonUtilities().getResponseFromString(decryptTextWithDecryptionKey(answer.body, kKey));
+    EXPECT_EQ(r.statusCode(), "F");
+    EXPECT_EQ(r.statusDescription(), std::nullopt);
+    // Other endpoints are untouched.
+    EXPECT_EQ(cancelOrRefund("doRefundRequest", "O", "1", "1.00").statusDescription(),
+              "Refund refused: transaction not found");
+  }
+  sandbox_->clearFaults();
+  EXPECT_EQ(status("O").statusDescription(), "Transaction not found");
+}
+
+TEST_F(Server, AHeldRequestIsReleasedByLiftingTheFaultOrByStop) {
+  const std::string body =
+      managementBody(encryptTextWithEncKey(kMid + "|O|" + std::string(11, '|'), kKey), "mid");
+  for (bool byStop : {false, true}) {
+    sandbox_->setFault(Endpoint::kStatus, Fault::kHang);
+    HttpAnswer answer;
+    std::atomic<bool> done{false};
+    std::thread client([&] {
+      answer = post("getTransactionStatus", body);
+      done = true;
+    });
+    while (sandbox_->heldRequests() == 0 && !done) std::this_thread::yield();
+    if (done) {
+      client.join();
+      ADD_FAILURE() << "the request was answered instead of held";
+      return;
+    }
+    if (byStop) {
+      sandbox_->stop();
+      sandbox_->stop();  // idempotent
+    } else {
+      sandbox_->setFault(Endpoint::kStatus, Fault::kNone);
+    }
+    client.join();
+    EXPECT_EQ(sandbox_->heldRequests(), 0u);
+    if (byStop) {
+      EXPECT_NE(answer.status, 200);
+    } else {
+      EXPECT_EQ(answer.status, 200);
+      EXPECT_EQ(CommonUtilities()
+                    .getResponseFromString(decryptTextWithDecryptionKey(answer.body, kKey))
+                    .statusDescription(),
+                "Transaction not found");
+    }
+  }
+}
+
+TEST_F(Server, KeepsItsFilesOwnerOnlyAndReusesItsCertificate) {
+  struct stat st {};
+  ASSERT_EQ(::stat(sandbox_->dataDir().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0700u);
+  for (const char* name : {"ca.pem", "server-cert.pem", "server-key.pem", "sandbox.sqlite3"}) {
+    ASSERT_EQ(::stat((sandbox_->dataDir() + "/" + name).c_str(), &st), 0) << name;
+    EXPECT_EQ(st.st_mode & 0777, 0600u) << name;
+  }
+  const std::string ca = readFile(sandbox_->caFile());
+  EXPECT_EQ(ca.rfind("-----BEGIN CERTIFICATE-----", 0), 0u);
+  restart();
+  EXPECT_EQ(readFile(sandbox_->caFile()), ca);
+  // A damaged key makes a new certificate authority, which clients then trust instead.
+  std::ofstream(sandbox_->dataDir() + "/server-key.pem") << "damaged";
+  restart();
+  EXPECT_NE(readFile(sandbox_->caFile()), ca);
+  EXPECT_EQ(status("NONE").statusDescription(), "Transaction not found");
+}
+
+TEST_F(Server, ProductionUsesTheProductionIVAndExtraMerchants) {
+  Options options;
+  options.environment = "production";
+  options.merchants = {{"SHOP2", "k2"}};
+  restart(options);
+  const std::string message = "SHOP2|O1|" + std::string(11, '|');
+  const std::string sealed = internal::sealEnvelope(message, "k2", internal::kProductionIV);
+  const HttpAnswer answer = post("getTransactionStatus", managementBody(sealed, "mid", "SHOP2"));
+  ASSERT_EQ(answer.status, 200);
+  EXPECT_EQ(internal::openEnvelope(answer.body, "k2", internal::kProductionIV),
+            "|O1|||||||||F|Transaction not found||||||||||");
+  // A request sealed with the test IV opens with its first block garbled (both IVs are ASCII,
+  // so the garbled block is still text) and is refused for its layout.
+  const HttpAnswer testSealed = post(
+      "getTransactionStatus",
+      managementBody(internal::sealEnvelope(message, "k2", internal::kTestIV), "mid", "SHOP2"));
+  const auto refusal = internal::openEnvelope(testSealed.body, "k2", internal::kProductionIV);
+  ASSERT_TRUE(refusal.has_value());
+  EXPECT_EQ(refusal->substr(0, 45), "||||||||||F|Wrong message layout: expected 14");
+}
+
+TEST(SandboxStart, RefusesBadOptions) {
+  TempDir dir;
+  struct Case {
+    Options options;
+    std::string error;
+  };
+  auto with = [&](auto change) {
+    Options o;
+    o.dataDir = dir.path() + "/d";
+    change(o);
+    return o;
+  };
+  const Case cases[] = {
+      {with([](Options& o) { o.environment = "staging"; }),
+       "unknown environment \"staging\" (test or production)"},
+      {with([](Options& o) { o.dataDir.clear(); }), "no data directory given"},
+      {with([](Options& o) {
+         o.merchants = {{"BAD-MID", "key"}};
+       }),
+       "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
+      {with([](Options& o) {
+         o.merchants = {{"M1", std::string(33, 'k')}};
+       }),
+       "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
+      {with([](Options& o) { o.port = 70000; }), "port out of range: 0 to 65535"},
+  };
+  for (const Case& c : cases) {
+    std::string error;
+    EXPECT_EQ(Sandbox::start(c.options, &error), nullptr);
+    EXPECT_EQ(error, c.error);
+  }
+  // A port in use.
+  auto first = Sandbox::start(with([](Options&) {}), nullptr);
+  ASSERT_NE(first, nullptr);
+  std::string error;
+  EXPECT_EQ(Sandbox::start(with([&](Options& o) { o.port = first->port(); }), &error), nullptr);
+  EXPECT_EQ(error, "cannot listen on 127.0.0.1:" + std::to_string(first->port()));
+}
+
+TEST(SandboxCommandLine, ExplainsBadFlags) {
+  struct Case {
+    std::vector<std::string> args;
+    int exitCode;
+    std::string firstLine;
+  };
+  const Case cases[] = {
+      {{"--help"}, 0, "usage: ipg-sandbox [--port N]"},
+      {{"--port", "x"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
+      {{"--port=65536"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
+      {{"--merchant", "NOKEY"}, 2, "ipg-sandbox: --merchant takes MID:KEY"},
+      {{"--environment", "live"}, 2, "ipg-sandbox: --environment takes test or production"},
+      {{"--data-dir"}, 2, "ipg-sandbox: --data-dir needs a value"},
+      {{"--verbose"}, 2, "ipg-sandbox: unknown flag: --verbose"},
+      {{"extra"}, 2, "ipg-sandbox: unexpected argument: extra"},
+  };
+  for (const Case& c : cases) {
+    std::ostringstream out, err;
+    EXPECT_EQ(runCommandLine(c.args, out, err, "ipg-sandbox"), c.exitCode);
+    const std::string text = c.exitCode == 0 ? out.str() : err.str();
+    EXPECT_EQ(text.substr(0, text.find('\n')).rfind(c.firstLine, 0), 0u) << text;
+  }
+}
+
+}  // namespace
+}  // namespace qipg::sandbox::testing
