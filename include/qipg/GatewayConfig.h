@@ -30,12 +30,20 @@ struct QIPG_EXPORT GatewayConfig {
   // Connect time-out in milliseconds for the management calls; 0: libcurl's default.
   long connectTimeoutMs = 0;
 
+  // Overall time limit in milliseconds for each management call, from connecting to the last
+  // byte of the answer; 0 (or less): none, libcurl's defaults apply. A call that runs out of
+  // time is answered like any transport failure.
+  long requestTimeoutMs = 0;
+
   // Defaults, with QIPG_TEST_BASE_URL, QIPG_PRODUCTION_BASE_URL and QIPG_CA_FILE from the
-  // environment where they are set.
+  // environment where they are set to a non-empty value (an empty variable counts as unset).
   static GatewayConfig fromEnvironment();
 
-  // Absent when the configuration is usable; else a one-line reason, e.g.
-  // "test base URL must use https (http is allowed only on a loopback host): http://x/ipg/".
+  // Absent when the configuration is usable; else a one-line reason naming the URL or file,
+  // e.g. "test base URL must use https (http is allowed only on a loopback host): http://x/ipg/".
+  // Checked in this order: each base URL (test first) is not empty, parses as a URL with a
+  // host, uses https (or http on a loopback host) and ends with "/"; a non-empty caFile is a
+  // readable regular file; connectTimeoutMs is not negative.
   Text problem() const;
 };
 

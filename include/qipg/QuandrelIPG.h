@@ -17,6 +17,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "qipg/CommonUtilities.h"
 #include "qipg/Export.h"
@@ -45,10 +46,12 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   // A client for the test gateway with GatewayConfig::fromEnvironment().
   static std::shared_ptr<QuandrelIPG> create();
 
-  // A client for `environmentType` (1: test, anything else: production). Returns nullptr
-  // when `config.problem()` is not absent.
-  static std::shared_ptr<QuandrelIPG> create(std::uint64_t environmentType,
-                                             GatewayConfig config = GatewayConfig::fromEnvironment());
+  // A client for `environmentType` (1: test, anything else: production), with that gateway's
+  // base URL from `config`. Stores the gateway's IV under "randomIV" (durably, process-wide)
+  // and starts the transport. Returns nullptr, having stored nothing, when `config.problem()`
+  // is not absent or the transport cannot start. Never throws.
+  static std::shared_ptr<QuandrelIPG> create(
+      std::uint64_t environmentType, GatewayConfig config = GatewayConfig::fromEnvironment());
 
   ~QuandrelIPG();
   QuandrelIPG(const QuandrelIPG&) = delete;
@@ -71,12 +74,16 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
 
   // Reads "merchantID" and "encryptionKey" from Info.plist (XML or binary) in
   // $QIPG_BUNDLE_DIR, else beside the executable, and calls `completion` once, synchronously,
-  // with the two values (each absent when the file or the key is missing or not a string).
+  // with the two values (each absent when the file or the key is missing or not a string, and
+  // both absent when the file is larger than 1 MiB, nested deeper than 32 or malformed).
+  // Reads the file anew at each call.
   void getMerchantIDandEncryptionKeyFromPList(
-      const std::function<void(const Text& merchantID, const Text& encryptionKey)>& completion) const;
+      const std::function<void(const Text& merchantID, const Text& encryptionKey)>& completion)
+      const;
 
   // When both `mid` and `encString` are missing (absent or ""), replaces the client's two
-  // credential fields with the property list's values; otherwise changes nothing.
+  // credential fields with the property list's values (absent ones included); otherwise
+  // changes nothing. The operations call it with the values they have just stored.
   void checkForMIDandEncString(const Text& mid, const Text& encString);
 
   // ---- transport
@@ -86,10 +93,15 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   // UTF-8, or it exceeds 1 MiB) and the error (absent on success).
   void sendPostRequestWithURL(
       const Text& url, const std::string& parameters,
-      std::function<void(const Text& answer, const std::optional<TransportError>& error)> completion);
+      std::function<void(const Text& answer, const std::optional<TransportError>& error)>
+          completion);
 
-  // The POST request for the gateway's payment page (not sent): type 0 "doMEPayRequest",
-  // 1 "doMEPayRequestCard", any other type no URL.
+  // The POST request for the gateway's payment page (not sent): body
+  // "merchantRequest=" reqMsg "&MID=" andMID "&iosEnc=true", inserted as they stand (an absent
+  // text counts as ""); URL CurrentDomainURL() + "doMEPayRequest" for type 0,
+  // + "doMEPayRequestCard" for type 1, absent for any other type; method "POST"; one header,
+  // "Content-Length" (the body's byte count); cache policy ReloadIgnoringLocalCacheData; the
+  // default time-out. The library keeps no URL cache, so there is none to empty first.
   URLRequest getURLRequestforTransaction(const Text& reqMsg, const Text& andMID,
                                          std::uint64_t txnRequesttype);
 
@@ -105,7 +117,14 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
                          const Text& encryptionString,
                          const std::shared_ptr<IPGResponseDelegate>& refundResponseDelegate);
 
-  // ---- payments (no network; failures to requestFailedError, exactly once)
+  // ---- payments: no network. Each resolves the credentials like every operation, validates
+  // and builds the request with IPGStandardRequest / IPGCardCaptureRequest (which seal it with
+  // the resolved key) and returns the payment page request of getURLRequestforTransaction
+  // (type 0 / 1). On failure `requestDelegate` (may be null) gets requestFailedError exactly
+  // once, synchronously, and the result is absent; on success it is not called.
+  // Standard: transactionType 0 "P", 1 "S", other "NULL"; the description is validated but
+  // not carried in the message. Card capture: transactionType 0 "P", other "S"; paymentType
+  // 0 "CC", other "DC"; a build that fails after validation passed reports "Success".
   std::optional<URLRequest> getStandardPaymentRequest(
       const Text& orderID, const Text& transactionAmount, const Text& transactionCurrency,
       const Text& transactionDescription, std::uint64_t transactionType,
@@ -117,21 +136,27 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
 
   std::optional<URLRequest> getCardCapturePaymentRequest(
       const Text& orderID, const Text& transactionAmount, const Text& transactionCurrency,
-      const Text& transactionDescription, std::uint64_t transactionType,
-      const Text& cardHolderName, const Text& cardNumber, const Text& cardExpiryDate,
-      const Text& cvvNumber, std::uint64_t paymentType, const Text& additionalField1,
-      const Text& additionalField2, const Text& additionalField3, const Text& additionalField4,
-      const Text& additionalField5, const Text& additionalField6, const Text& additionalField7,
-      const Text& additionalField8, const Text& additionalField9, const Text& additionalField10,
-      const Text& mid, const Text& encryptionString,
-      const std::shared_ptr<IPGResponseDelegate>& requestDelegate);
+      const Text& transactionDescription, std::uint64_t transactionType, const Text& cardHolderName,
+      const Text& cardNumber, const Text& cardExpiryDate, const Text& cvvNumber,
+      std::uint64_t paymentType, const Text& additionalField1, const Text& additionalField2,
+      const Text& additionalField3, const Text& additionalField4, const Text& additionalField5,
+      const Text& additionalField6, const Text& additionalField7, const Text& additionalField8,
+      const Text& additionalField9, const Text& additionalField10, const Text& mid,
+      const Text& encryptionString, const std::shared_ptr<IPGResponseDelegate>& requestDelegate);
 
   // Completes every request under way with an error (their delegates get an "F" record) and
   // stops the transport thread. Called by the destructor; later management calls answer "F".
   void shutdown();
 
  private:
-  QuandrelIPG(std::uint64_t environmentType, GatewayConfig config);
+  QuandrelIPG(std::uint64_t environmentType, GatewayConfig config,
+              std::shared_ptr<internal::Transport> transport);
+
+  // What every operation does first, in one step under credentialsMutex_: stores `mid` and
+  // `key` into the credential fields, replaces both with the property list's values when both
+  // are missing (absent or ""), and returns the pair now in force (MID, key). The property
+  // list is read before the lock is taken.
+  std::pair<Text, Text> storeAndResolveCredentials(const Text& mid, const Text& key);
 
   StringEncryption aesHelper_;
   std::string shaPublicKey_;

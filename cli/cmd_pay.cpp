@@ -1,0 +1,243 @@
+// ipg pay: start a standard or card-capture payment.
+#include <charconv>
+#include <cstdint>
+#include <cstdio>
+#include <iostream>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "Command.h"
+#include "Credentials.h"
+#include "PayRequest.h"
+#include "qipg/IPGResponseDelegate.h"
+
+namespace ipg {
+namespace {
+
+// Records the message of a failed payment call.
+class FailureRecorder : public qipg::IPGResponseDelegate {
+ public:
+  void didReceivePaymentResponse(const qipg::PaymentResponse&) override {}
+  void didReceiveInputError(const std::string& message) override { message_ = message; }
+  void requestFailedError(const std::string& message) override { message_ = message; }
+  const std::optional<std::string>& message() const { return message_; }
+
+ private:
+  std::optional<std::string> message_;
+};
+
+// The decimal value of `--name`; `fallback` when the flag is not there; absent (with
+// `error` set) when it is not a number.
+std::optional<std::uint64_t> numberFlag(const Args& args, std::string_view name,
+                                        std::uint64_t fallback, std::string& error) {
+  const std::optional<std::string> text = flagValue(args, name);
+  if (!text) return fallback;
+  std::uint64_t value = 0;
+  const char* end = text->data() + text->size();
+  const auto [ptr, ec] = std::from_chars(text->data(), end, value);
+  if (text->empty() || ec != std::errc() || ptr != end) {
+    error = "--" + std::string(name) + " must be a non-negative whole number";
+    return std::nullopt;
+  }
+  return value;
+}
+
+qipg::Text textFlag(const Args& args, std::string_view name) { return flagValue(args, name); }
+
+const std::set<std::string, std::less<>> kValueFlags = {
+    "order", "amount", "currency",     "description", "type", "card-number", "expiry",
+    "cvv",   "holder", "payment-type", "add1",        "add2", "add3",        "add4",
+    "add5",  "add6",   "add7",         "add8",        "add9", "add10",       "mid",
+    "key",   "env",    "base-url",     "ca-file"};
+const std::set<std::string, std::less<>> kBareFlags = {"standard", "card", "print-request", "json"};
+
+// One line about the first argument this command does not know; absent when all are known.
+std::optional<std::string> unknownArgument(const Args& args) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (arg.rfind("--", 0) != 0) return "unexpected argument \"" + arg + "\"";
+    const std::size_t equals = arg.find('=');
+    const std::string_view name = std::string_view(arg).substr(2, equals - 2);
+    if (kValueFlags.count(name) != 0) {
+      if (equals == std::string::npos) {
+        if (i + 1 >= args.size()) return "--" + std::string(name) + " needs a value";
+        ++i;
+      }
+    } else if (kBareFlags.count(name) == 0 || equals != std::string::npos) {
+      return "unknown option " + std::string(arg.substr(0, equals));
+    }
+  }
+  return std::nullopt;
+}
+
+std::string jsonString(std::string_view text) {
+  std::string out = "\"";
+  for (char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      default:
+        if (byte < 0x20 || byte == 0x7F) {
+          char escaped[8];
+          std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+          out += escaped;
+        } else {
+          out += c;
+        }
+    }
+  }
+  return out + "\"";
+}
+
+// The request as text: method and URL, the headers, a blank line and the body as it stands.
+// The body holds the sealed message and the MID only, never card data in clear.
+void printRequest(const qipg::URLRequest& request, bool json) {
+  if (json) {
+    std::cout << "{\"method\":" << jsonString(request.httpMethod)
+              << ",\"url\":" << (request.url ? jsonString(*request.url) : "null")
+              << ",\"headers\":{";
+    bool first = true;
+    for (const auto& [name, value] : request.allHTTPHeaderFields) {
+      std::cout << (first ? "" : ",") << jsonString(name) << ":" << jsonString(value);
+      first = false;
+    }
+    std::cout << "},\"cachePolicy\":" << static_cast<unsigned>(request.cachePolicy)
+              << ",\"body\":" << jsonString(request.bodyText()) << "}\n";
+    return;
+  }
+  std::cout << request.httpMethod << " " << request.url.value_or("(no URL)") << "\n";
+  for (const auto& [name, value] : request.allHTTPHeaderFields) {
+    std::cout << name << ": " << value << "\n";
+  }
+  std::cout << "\n" << request.bodyText() << "\n";
+}
+
+const char* const kUsage =
+    "usage: ipg pay --standard|--card [FIELDS] [CREDENTIALS] --print-request [--json]\n"
+    "\n"
+    "Builds the payment page request through the library, exactly as an application would\n"
+    "get it, and prints it: method, URL, headers and body. The body carries the sealed\n"
+    "message and the MID; card number and CVV are never printed. With --json, one JSON\n"
+    "object. When the library refuses the input, its message is printed and ipg exits 1.\n"
+    "Without --print-request the payment would open in a window.\n"
+    "\n";
+
+int runPay(const Args& args) {
+  if (std::optional<std::string> problem = unknownArgument(args)) {
+    std::cerr << "ipg pay: " << *problem << " (see ipg pay --help)\n";
+    return 2;
+  }
+  if (!hasFlag(args, "print-request")) {
+    std::cerr << "ipg pay: the payment window is not available in this build; use "
+                 "--print-request to see the request\n";
+    return 1;
+  }
+  PaymentBuild build;
+  const std::optional<qipg::URLRequest> request = buildPaymentRequest(args, build);
+  if (!request) {
+    std::cerr << "ipg pay: " << build.error << "\n";
+    return build.exitCode;
+  }
+  printRequest(*request, hasFlag(args, "json"));
+  return std::cout.flush() ? 0 : 1;
+}
+
+std::string usageText() {
+  return std::string(kUsage) + kPaymentFlagsHelp + "\n" + kCredentialsHelp;
+}
+
+const Registration registration{
+    {"pay", "build a standard or card-capture payment request", usageText(), &runPay}};
+
+}  // namespace
+
+const char* const kPaymentFlagsHelp =
+    "payment:\n"
+    "  --standard | --card      standard payment (gateway's pages) or card capture\n"
+    "  --order ID               order ID (letters and digits, at most 30)\n"
+    "  --amount AMOUNT          amount, digits and \".\" (e.g. 10.50)\n"
+    "  --currency INR|USD       currency\n"
+    "  --description TEXT       description (checked; carried only by card capture)\n"
+    "  --type N                 0 purchase (P), 1 sale (S); default 0\n"
+    "  --add1 .. --add10 TEXT   additional fields (default empty)\n"
+    "card capture:\n"
+    "  --card-number DIGITS  --expiry MMYY  --cvv DIGITS  --holder NAME\n"
+    "  --payment-type N         0 credit card (CC), anything else debit card (DC); default 0\n"
+    "output:\n"
+    "  --print-request          print the request instead of opening the payment window\n"
+    "  --json                   print it as a JSON object\n";
+
+std::optional<qipg::URLRequest> buildPaymentRequest(const Args& args, PaymentBuild& build) {
+  const bool standard = hasFlag(args, "standard");
+  build.cardCapture = hasFlag(args, "card");
+  if (standard == build.cardCapture) {
+    build.error = "give exactly one of --standard and --card";
+    build.exitCode = 2;
+    return std::nullopt;
+  }
+  std::string error;
+  const std::optional<std::uint64_t> type = numberFlag(args, "type", 0, error);
+  const std::optional<std::uint64_t> paymentType = numberFlag(args, "payment-type", 0, error);
+  const std::optional<std::uint64_t> environment = environmentType(args, error);
+  if (!type || !paymentType || !environment) {
+    build.error = error;
+    build.exitCode = 2;
+    return std::nullopt;
+  }
+
+  const qipg::GatewayConfig config = gatewayConfig(args, *environment);
+  if (qipg::Text problem = config.problem()) {
+    build.error = *problem;
+    build.exitCode = 1;
+    return std::nullopt;
+  }
+  build.client = qipg::QuandrelIPG::create(*environment, config);
+  if (!build.client) {
+    build.error = "cannot create the client (the HTTP transport did not start)";
+    build.exitCode = 1;
+    return std::nullopt;
+  }
+
+  qipg::Text add[10];
+  for (int i = 0; i < 10; ++i) {
+    add[i] = flagValue(args, "add" + std::to_string(i + 1)).value_or("");
+  }
+  const MerchantCredentials credentials = merchantCredentials(args);
+  auto recorder = std::make_shared<FailureRecorder>();
+  std::optional<qipg::URLRequest> request;
+  if (build.cardCapture) {
+    request = build.client->getCardCapturePaymentRequest(
+        textFlag(args, "order"), textFlag(args, "amount"), textFlag(args, "currency"),
+        textFlag(args, "description"), *type, textFlag(args, "holder"),
+        textFlag(args, "card-number"), textFlag(args, "expiry"), textFlag(args, "cvv"),
+        *paymentType, add[0], add[1], add[2], add[3], add[4], add[5], add[6], add[7], add[8],
+        add[9], credentials.mid, credentials.key, recorder);
+  } else {
+    request = build.client->getStandardPaymentRequest(
+        textFlag(args, "order"), textFlag(args, "amount"), textFlag(args, "currency"),
+        textFlag(args, "description"), *type, add[0], add[1], add[2], add[3], add[4], add[5],
+        add[6], add[7], add[8], add[9], credentials.mid, credentials.key, recorder);
+  }
+  if (!request) {
+    build.error = recorder->message().value_or("the library returned no request");
+    build.exitCode = 1;
+  }
+  return request;
+}
+
+}  // namespace ipg

@@ -1,0 +1,27 @@
+// Everything a host application needs from the core library, in one include:
+// the client and its delegate, the request builders, the response record, the envelope and
+// its primitives, the payment page controller and its ports. The GTK window
+// (<qipg/PaymentWindow.h>, libqipg-gtk) is not included.
+#pragma once
+
+#include "qipg/Base64.h"
+#include "qipg/CancelRequest.h"
+#include "qipg/CommonUtilities.h"
+#include "qipg/Cryptography.h"
+#include "qipg/Export.h"
+#include "qipg/GatewayConfig.h"
+#include "qipg/IPGCardCaptureRequest.h"
+#include "qipg/IPGPaymentControllerDelegate.h"
+#include "qipg/IPGResponseDelegate.h"
+#include "qipg/IPGStandardRequest.h"
+#include "qipg/PaymentPagePorts.h"
+#include "qipg/PaymentRequestFields.h"
+#include "qipg/PaymentResponse.h"
+#include "qipg/QuandrelIPG.h"
+#include "qipg/RefundRequest.h"
+#include "qipg/StatusRequest.h"
+#include "qipg/StringEncryption.h"
+#include "qipg/TransportError.h"
+#include "qipg/Types.h"
+#include "qipg/URLRequest.h"
+#include "qipg/WebviewController.h"

@@ -1,0 +1,117 @@
+// Creating a client: environment selection, the stored IV, the digest, and the gateway
+// configuration it accepts or refuses.
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "client_support.h"
+#include "qipg/CommonUtilities.h"
+#include "qipg/GatewayConfig.h"
+#include "qipg/QuandrelIPG.h"
+
+namespace qipg_test {
+namespace {
+
+using qipg::CommonUtilities;
+using qipg::GatewayConfig;
+using qipg::QuandrelIPG;
+
+constexpr const char* kTestIV = "4e9a1c07b3d58f26";
+constexpr const char* kProductionIV = "d2071f8be64c395a";
+// First 32 hex characters of SHA-256 of each gateway's constant, from sha256sum.
+constexpr const char* kTestDigest = "5011382119a78f22547e4e78ce3bcd9d";
+constexpr const char* kProductionDigest = "8266dc3b7fa3c17f1d71b9c123f69274";
+
+using ClientCreation = ClientTest;  // QIPG_* variables cleared, private defaults
+
+TEST_F(ClientCreation, EnvironmentValueSelectsGatewayDigestAndIV) {
+  ScopedEnv test("QIPG_TEST_BASE_URL", "https://t.example/ipg/");
+  ScopedEnv production("QIPG_PRODUCTION_BASE_URL", "https://p.example/");
+  struct Row {
+    std::optional<std::uint64_t> environment;  // absent: the plain create()
+    const char* url;
+    const char* digest;
+    const char* iv;
+  };
+  const Row rows[] = {
+      {std::nullopt, "https://t.example/ipg/", kTestDigest, kTestIV},
+      {0, "https://p.example/", kProductionDigest, kProductionIV},
+      {1, "https://t.example/ipg/", kTestDigest, kTestIV},
+      {2, "https://p.example/", kProductionDigest, kProductionIV},
+      {std::numeric_limits<std::uint64_t>::max(), "https://p.example/", kProductionDigest,
+       kProductionIV},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.environment.value_or(999));
+    auto client = row.environment ? QuandrelIPG::create(*row.environment) : QuandrelIPG::create();
+    ASSERT_NE(client, nullptr);
+    EXPECT_EQ(client->CurrentDomainURL(), row.url);
+    EXPECT_EQ(client->shaPublicKey(), row.digest);
+    EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), row.iv);
+  }
+}
+
+TEST_F(ClientCreation, ClientCreatedLastDecidesTheIVAndRefusedConfigurationsStoreNone) {
+  GatewayConfig bad;
+  bad.productionBaseURL = "http://ipg.example/";
+  EXPECT_EQ(QuandrelIPG::create(1, bad), nullptr);  // both URLs must be usable
+  EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), std::nullopt);
+
+  auto test = QuandrelIPG::create(1);
+  auto production = QuandrelIPG::create(0);
+  ASSERT_NE(test, nullptr);
+  ASSERT_NE(production, nullptr);
+  production.reset();  // the value outlives the client that wrote it
+  EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), kProductionIV);
+}
+
+TEST(GatewayConfigProblem, BaseURLRules) {
+  struct Row {
+    std::string url;
+    std::optional<std::string> problem;  // for the test base URL
+  };
+  const std::string https =
+      "test base URL must use https (http is allowed only on a loopback host): ";
+  const Row rows[] = {
+      {"https://test.ipg.quandrel.example/ipg/", std::nullopt},
+      {"HTTPS://upper.example/ipg/", std::nullopt},
+      {"http://127.0.0.1:8443/ipg/", std::nullopt},
+      {"http://localhost/", std::nullopt},
+      {"http://LocalHost:80/ipg/", std::nullopt},
+      {"http://[::1]:8080/ipg/", std::nullopt},
+      {"http://[0:0:0:0:0:0:0:1]/", std::nullopt},
+      {"http://ipg.example/ipg/", https + "http://ipg.example/ipg/"},
+      {"http://127.0.0.1.evil.com/", https + "http://127.0.0.1.evil.com/"},
+      {"http://128.0.0.1/", https + "http://128.0.0.1/"},
+      {"http://[::2]/", https + "http://[::2]/"},
+      {"ftp://127.0.0.1/ipg/",
+       "test base URL must use https (http is allowed only on a "
+       "loopback host): ftp://127.0.0.1/ipg/"},
+      {"", "test base URL is empty"},
+      {"not a url", "test base URL is not a valid URL: not a url"},
+      {"https://ipg.example/ipg",
+       "test base URL must end with \"/\" (endpoint names are "
+       "appended to it): https://ipg.example/ipg"},
+      {"https://ipg.example/\nipg/", "test base URL is not a valid URL: https://ipg.example/?ipg/"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.url);
+    GatewayConfig config;
+    config.testBaseURL = row.url;
+    EXPECT_EQ(config.problem(), row.problem);
+  }
+}
+
+TEST(GatewayConfigProblem, NamesTheProductionURLAndTheCAFile) {
+  GatewayConfig config;
+  config.productionBaseURL = "http://ipg.example/";
+  EXPECT_EQ(config.problem(),
+            "production base URL must use https (http is allowed only on a loopback host): "
+            "http://ipg.example/");
+  config = GatewayConfig();
+  config.caFile = "/";
+  EXPECT_EQ(config.problem(), "CA file is not a readable file: /");
+}
+
+}  // namespace
+}  // namespace qipg_test
