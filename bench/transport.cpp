@@ -1,0 +1,269 @@
+// The cost of the library's transport, measured against bare libcurl on the same sandbox
+// gateway in the same run:
+// - one status call through the library (seal, post, open, parse, delegate) against one bare
+//   libcurl POST of the same form with the same connection reuse, and against that post plus
+//   the same sealing, opening and parsing on the calling thread;
+// - 1,000 status calls under way at once on one client against 1,000 bare posts at once on
+//   one multi handle with the library's connection limits; the library's run also reports
+//   the peak RSS and the process's thread count (the sandbox's threads included, it runs in
+//   this process).
+#include <curl/curl.h>
+#include <stdlib.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Ratio.h"
+#include "Sandbox.h"
+#include "qipg/CommonUtilities.h"
+#include "qipg/Cryptography.h"
+#include "qipg/IPGResponseDelegate.h"
+#include "qipg/QuandrelIPG.h"
+
+namespace {
+
+const std::string kMID = qipg::sandbox::kTestMerchantId;
+const std::string kKey = qipg::sandbox::kTestMerchantKey;
+constexpr int kAtOnce = 1000;
+
+// The sandbox and the client, set up once for the whole run in a private directory.
+struct Setup {
+  std::filesystem::path dir;
+  std::unique_ptr<qipg::sandbox::Sandbox> sandbox;
+  std::shared_ptr<qipg::QuandrelIPG> client;
+  std::string statusURL;
+  std::string form;  // the status form the library posts for the same order
+
+  Setup() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "qipg-bench-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) std::abort();
+    dir = pattern;
+    setenv("QIPG_DEFAULTS_FILE", (dir / "defaults.sqlite3").c_str(), 1);
+    qipg::sandbox::Options options;
+    options.dataDir = (dir / "sandbox").string();
+    std::string error;
+    sandbox = qipg::sandbox::Sandbox::start(options, &error);
+    if (!sandbox) std::abort();
+    qipg::GatewayConfig config;
+    config.testBaseURL = sandbox->baseURL();
+    config.caFile = sandbox->caFile();
+    client = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, config);
+    if (!client) std::abort();
+    statusURL = sandbox->baseURL() + "getTransactionStatus";
+    form = "merchantReqStrT=" + qipg::encryptTextWithEncKey(kMID + "|BENCH1||||||||||||", kKey) +
+           "&mid=" + kMID + "&iosEnc=true";
+  }
+
+  ~Setup() {
+    client.reset();
+    sandbox.reset();
+    std::error_code ignored;
+    std::filesystem::remove_all(dir, ignored);
+  }
+};
+
+Setup& setup() {
+  static Setup instance;
+  return instance;
+}
+
+// Counts answers and wakes the waiting benchmark when the expected number has arrived.
+class Counter {
+ public:
+  void reset(int expected) {
+    std::lock_guard lock(mutex_);
+    expected_ = expected;
+    answered_ = 0;
+  }
+  void add() {
+    std::lock_guard lock(mutex_);
+    if (++answered_ >= expected_) done_.notify_all();
+  }
+  void wait() {
+    std::unique_lock lock(mutex_);
+    done_.wait(lock, [this] { return answered_ >= expected_; });
+  }
+  int answered() {
+    std::lock_guard lock(mutex_);
+    return answered_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable done_;
+  int expected_ = 0;
+  int answered_ = 0;
+};
+
+long threadCount() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("Threads:", 0) == 0) return std::stol(line.substr(8));
+  }
+  return -1;
+}
+
+long peakRssKiB() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss;
+}
+
+std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) {
+  static_cast<std::string*>(out)->append(data, size * count);
+  return size * count;
+}
+
+// A bare libcurl POST of the status form, set up as the library sets up its own.
+CURL* bareEasy(const Setup& s, curl_slist* headers) {
+  CURL* easy = curl_easy_init();
+  curl_easy_setopt(easy, CURLOPT_URL, s.statusURL.c_str());
+  curl_easy_setopt(easy, CURLOPT_CAINFO, s.sandbox->caFile().c_str());
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(easy, CURLOPT_POST, 1L);
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, s.form.c_str());
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(s.form.size()));
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discard);
+  return easy;
+}
+
+curl_slist* formHeaders(const Setup& s) {
+  curl_slist* headers =
+      curl_slist_append(nullptr, "Content-Type: application/x-www-form-urlencoded");
+  headers =
+      curl_slist_append(headers, ("Content-Length: " + std::to_string(s.form.size())).c_str());
+  return curl_slist_append(headers, "Expect:");
+}
+
+void BM_StatusThroughLibrary(benchmark::State& state) {
+  Setup& s = setup();
+  Counter counter;
+  auto delegate =
+      qipg::makeResponseDelegate([&counter](const qipg::PaymentResponse&) { counter.add(); });
+  for (auto _ : state) {
+    counter.reset(1);
+    s.client->getTransactionStatus("BENCH1", "", kMID, kKey, delegate);
+    counter.wait();
+  }
+}
+BENCHMARK(BM_StatusThroughLibrary)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+void BM_StatusBareCurl(benchmark::State& state) {
+  Setup& s = setup();
+  curl_slist* headers = formHeaders(s);
+  CURL* easy = bareEasy(s, headers);  // reused: its connection stays open between posts
+  for (auto _ : state) {
+    if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("post failed");
+  }
+  curl_easy_cleanup(easy);
+  curl_slist_free_all(headers);
+}
+BENCHMARK(BM_StatusBareCurl)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+// The bare post plus the library's own work on the same thread (seal, open, parse), so that
+// what is left between this and the library is the transport's hand-over between threads.
+void BM_StatusBareCurlWithEnvelope(benchmark::State& state) {
+  Setup& s = setup();
+  curl_slist* headers = formHeaders(s);
+  CURL* easy = bareEasy(s, headers);
+  std::string answer;
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &collect);
+  curl_easy_setopt(easy, CURLOPT_WRITEDATA, &answer);
+  const qipg::CommonUtilities parsers;
+  for (auto _ : state) {
+    const std::string form =
+        "merchantReqStrT=" + qipg::encryptTextWithEncKey(kMID + "|BENCH1||||||||||||", kKey) +
+        "&mid=" + kMID + "&iosEnc=true";
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, form.c_str());
+    answer.clear();
+    if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("post failed");
+    const qipg::PaymentResponse response =
+        parsers.getResponseFromString(qipg::decryptTextWithDecryptionKey(answer, kKey));
+    benchmark::DoNotOptimize(response);
+  }
+  curl_easy_cleanup(easy);
+  curl_slist_free_all(headers);
+}
+BENCHMARK(BM_StatusBareCurlWithEnvelope)->UseRealTime()->Unit(benchmark::kMicrosecond);
+
+void BM_ThousandStatusCallsThroughLibrary(benchmark::State& state) {
+  Setup& s = setup();
+  Counter counter;
+  auto delegate =
+      qipg::makeResponseDelegate([&counter](const qipg::PaymentResponse&) { counter.add(); });
+  long threads = 0;
+  for (auto _ : state) {
+    counter.reset(kAtOnce);
+    for (int i = 0; i < kAtOnce; ++i) {
+      s.client->getTransactionStatus("BENCH1", "", kMID, kKey, delegate);
+    }
+    threads = std::max(threads, threadCount());
+    counter.wait();
+  }
+  state.counters["answered"] = counter.answered();
+  state.counters["threads"] = static_cast<double>(threads);
+  state.counters["peak_rss_KiB"] = static_cast<double>(peakRssKiB());
+}
+BENCHMARK(BM_ThousandStatusCallsThroughLibrary)
+    ->Iterations(3)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
+void BM_ThousandBareCurlPosts(benchmark::State& state) {
+  Setup& s = setup();
+  curl_slist* headers = formHeaders(s);
+  CURLM* multi = curl_multi_init();
+  curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, 12L);
+  curl_multi_setopt(multi, CURLMOPT_MAX_HOST_CONNECTIONS, 6L);
+  int answered = 0;
+  for (auto _ : state) {
+    answered = 0;
+    std::vector<CURL*> easies;
+    for (int i = 0; i < kAtOnce; ++i) {
+      easies.push_back(bareEasy(s, headers));
+      curl_multi_add_handle(multi, easies.back());
+    }
+    int running = 1;
+    while (running > 0) {
+      curl_multi_perform(multi, &running);
+      int left = 0;
+      while (CURLMsg* message = curl_multi_info_read(multi, &left)) {
+        if (message->msg == CURLMSG_DONE && message->data.result == CURLE_OK) ++answered;
+      }
+      if (running > 0) curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
+    }
+    for (CURL* easy : easies) {
+      curl_multi_remove_handle(multi, easy);
+      curl_easy_cleanup(easy);
+    }
+  }
+  state.counters["answered"] = answered;
+  curl_multi_cleanup(multi);
+  curl_slist_free_all(headers);
+}
+BENCHMARK(BM_ThousandBareCurlPosts)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  setup();
+  const int result = qipg_bench::runWithRatios(
+      argc, argv,
+      {{"BM_StatusThroughLibrary/real_time", "BM_StatusBareCurl/real_time"},
+       {"BM_StatusThroughLibrary/real_time", "BM_StatusBareCurlWithEnvelope/real_time"},
+       {"BM_ThousandStatusCallsThroughLibrary/iterations:3/real_time",
+        "BM_ThousandBareCurlPosts/iterations:3/real_time"}});
+  return result;
+}

@@ -1,0 +1,154 @@
+// Shared pieces of the end-to-end tests: a sandbox gateway started in-process on an ephemeral
+// port in the test's private directory (which also holds the defaults file and the bundle
+// directory), a client configured for it, a payment made the way a browser makes it, and a
+// delegate that hands its records to the waiting test.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+
+#include "Sandbox.h"
+#include "qipg/CommonUtilities.h"
+#include "unit/client/client_support.h"
+
+namespace qipg_e2e {
+
+inline const std::string kMID = qipg::sandbox::kTestMerchantId;
+inline const std::string kKey = qipg::sandbox::kTestMerchantKey;
+
+// Collects the records and input errors of management calls, from any thread.
+class Answers {
+ public:
+  std::shared_ptr<qipg::IPGResponseDelegate> delegate() {
+    return qipg::makeResponseDelegate(
+        [this](const qipg::PaymentResponse& response) {
+          // Notified under the lock: the waiter may destroy this object as soon as it wakes.
+          std::lock_guard lock(mutex_);
+          responses_.push_back(response);
+          changed_.notify_all();
+        },
+        [this](const std::string& message) {
+          std::lock_guard lock(mutex_);
+          inputErrors_.push_back(message);
+        });
+  }
+  // Blocks until `count` records have arrived; returns all so far.
+  std::vector<qipg::PaymentResponse> waitFor(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return responses_.size() >= count; });
+    return responses_;
+  }
+  std::size_t responseCount() {
+    std::lock_guard lock(mutex_);
+    return responses_.size();
+  }
+  std::vector<std::string> inputErrors() {
+    std::lock_guard lock(mutex_);
+    return inputErrors_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<qipg::PaymentResponse> responses_;
+  std::vector<std::string> inputErrors_;
+};
+
+// The record of an answer that could not be used.
+inline qipg::PaymentResponse failedRecord() {
+  qipg::PaymentResponse response;
+  response.setStatusCode(std::string("F"));
+  return response;
+}
+
+class SandboxTest : public qipg_test::ClientTest {
+ protected:
+  void SetUp() override {
+    ClientTest::SetUp();
+    qipg::sandbox::Options options;
+    options.dataDir = (dir() / "sandbox").string();
+    options.log = [this](const std::string& line) {
+      for (const char* path : {"getTransactionStatus", "doCancelRequest", "doRefundRequest"}) {
+        if (line.find(path) != std::string::npos) ++managementRequests_;
+      }
+    };
+    std::string error;
+    sandbox_ = qipg::sandbox::Sandbox::start(options, &error);
+    ASSERT_NE(sandbox_, nullptr) << error;
+  }
+  void TearDown() override {
+    sandbox_.reset();
+    ClientTest::TearDown();
+  }
+
+  qipg::GatewayConfig config() const {
+    qipg::GatewayConfig config;
+    config.testBaseURL = sandbox_->baseURL();
+    config.caFile = sandbox_->caFile();
+    return config;
+  }
+  std::shared_ptr<qipg::QuandrelIPG> client(const qipg::GatewayConfig& gateway) const {
+    auto created = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, gateway);
+    EXPECT_NE(created, nullptr);
+    return created;
+  }
+  std::shared_ptr<qipg::QuandrelIPG> client() const { return client(config()); }
+
+  // Pays `orderID` with an approved test card through the sandbox's pages, as a browser
+  // would, and returns the result from the final page's hidden element. transactionType 0
+  // only authorises, 1 also captures.
+  qipg::PaymentResponse pay(const std::string& orderID, const std::string& amount,
+                            std::uint64_t transactionType) {
+    std::optional<qipg::URLRequest> request =
+        client()->getStandardPaymentRequest(orderID, amount, "INR", "e2e", transactionType, "", "",
+                                            "", "", "", "", "", "", "", "", kMID, kKey, nullptr);
+    if (!request || !request->url) return {};
+    const std::string form = httpPost(*request->url, request->bodyText());
+    const std::string token = between(form, "name=\"token\" value=\"", "\"");
+    const std::string finalPage = httpPost(
+        sandbox_->baseURL() + "paymentInvoice",
+        "token=" + token + "&cardNumber=4111111111111111&expiry=1230&cvv=123&holder=Jane+Doe");
+    return qipg::CommonUtilities().getPaymentResponseFromString(
+        between(finalPage, "<div id=\"responseString\" style=\"display: none;\">", "</div>"));
+  }
+
+  qipg::sandbox::Sandbox& sandbox() { return *sandbox_; }
+  int managementRequests() const { return managementRequests_.load(); }
+
+ private:
+  static std::string between(const std::string& text, const std::string& open,
+                             const std::string& close) {
+    const std::size_t start = text.find(open);
+    if (start == std::string::npos) return "";
+    const std::size_t from = start + open.size();
+    return text.substr(from, text.find(close, from) - from);
+  }
+
+  static std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) {
+    static_cast<std::string*>(out)->append(data, size * count);
+    return size * count;
+  }
+
+  // A browser's form post, trusting the sandbox's CA.
+  std::string httpPost(const std::string& url, const std::string& body) const {
+    std::string answer;
+    CURL* curl = curl_easy_init();
+    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(curl, CURLOPT_CAINFO, sandbox_->caFile().c_str());
+    curl_easy_setopt(curl, CURLOPT_COPYPOSTFIELDS, body.c_str());
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &collect);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    EXPECT_EQ(curl_easy_perform(curl), CURLE_OK);
+    curl_easy_cleanup(curl);
+    return answer;
+  }
+
+  std::unique_ptr<qipg::sandbox::Sandbox> sandbox_;
+  std::atomic<int> managementRequests_{0};
+};
+
+}  // namespace qipg_e2e
