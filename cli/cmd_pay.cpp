@@ -11,6 +11,9 @@
 #include "Credentials.h"
 #include "PayRequest.h"
 #include "qipg/IPGResponseDelegate.h"
+#ifdef QIPG_HAVE_GTK
+#include "qipg/PaymentWindow.h"
+#endif
 
 namespace ipg {
 namespace {
@@ -127,14 +130,99 @@ void printRequest(const qipg::URLRequest& request, bool json) {
   std::cout << "\n" << request.bodyText() << "\n";
 }
 
+// ---- the payment window
+
+#ifdef QIPG_HAVE_GTK
+// The host of an absolute URL as WebKit names it (IPv6 without brackets); empty when none.
+std::string hostOf(std::string_view url) {
+  const std::size_t sep = url.find("://");
+  if (sep == std::string_view::npos) return {};
+  std::string_view authority = url.substr(sep + 3);
+  authority = authority.substr(0, authority.find_first_of("/?#"));
+  const std::size_t at = authority.rfind('@');
+  if (at != std::string_view::npos) authority.remove_prefix(at + 1);
+  if (!authority.empty() && authority.front() == '[') {
+    const std::size_t close = authority.find(']');
+    return close == std::string_view::npos ? std::string() : std::string(authority.substr(1, close - 1));
+  }
+  return std::string(authority.substr(0, authority.find(':')));
+}
+
+// Shows the payment page for `request` until the customer is done; prints the outcome.
+int openPaymentWindow(const qipg::URLRequest& request, const PaymentBuild& build, bool json) {
+  qipg::PaymentWindowOptions options;
+  options.gateway = build.client->config();
+  options.title = build.cardCapture ? "Card payment" : "Payment";
+  if (!options.gateway.caFile.empty() && request.url) {
+    options.trustedCAFile = options.gateway.caFile;
+    options.trustedHost = hostOf(*request.url);
+  }
+  std::string error;
+  const std::optional<qipg::PaymentOutcome> outcome = qipg::runPaymentWindow(request, options, &error);
+  if (!outcome) {
+    std::cerr << "ipg pay: " << error << "\n";
+    return 1;
+  }
+  if (outcome->cancelled) {
+    std::cout << (json ? "{\"cancelled\":true}" : "cancelled by the customer") << "\n";
+    return 1;
+  }
+  const qipg::PaymentResponse& r = outcome->response;
+  const std::pair<const char*, const qipg::Text*> fields[] = {
+      {"orderID", &r.orderID()},
+      {"transactionReferenceNo", &r.transactionReferenceNo()},
+      {"rrn", &r.rrn()},
+      {"statusCode", &r.statusCode()},
+      {"statusDescription", &r.statusDescription()},
+      {"amount", &r.amount()},
+      {"transactionDateTime", &r.transactionDateTime()},
+      {"authnCode", &r.authnCode()},
+      {"authzCode", &r.authzCode()},
+      {"captureStatus", &r.captureStatus()},
+      {"pgRefCancelReqID", &r.pgRefCancelReqID()},
+      {"refundAmount", &r.refundAmount()},
+      {"addtionalField1", &r.addtionalField1()},
+      {"addtionalField2", &r.addtionalField2()},
+      {"addtionalField3", &r.addtionalField3()},
+      {"addtionalField4", &r.addtionalField4()},
+      {"addtionalField5", &r.addtionalField5()},
+      {"addtionalField6", &r.addtionalField6()},
+      {"addtionalField7", &r.addtionalField7()},
+      {"addtionalField8", &r.addtionalField8()},
+      {"addtionalField9", &r.addtionalField9()},
+      {"addtionalField10", &r.addtionalField10()}};
+  std::string out = json ? "{" : "";
+  for (const auto& [name, value] : fields) {
+    if (json) {
+      out += (out.size() > 1 ? "," : "") + jsonString(name) + ":" +
+             (*value ? jsonString(**value) : "null");
+    } else {
+      out += std::string(name) + ": " + (*value ? **value : "(absent)") + "\n";
+    }
+  }
+  std::cout << out << (json ? "}\n" : "");
+  return std::cout.flush() ? 0 : 1;
+}
+#else
+int openPaymentWindow(const qipg::URLRequest&, const PaymentBuild&, bool) {
+  std::cerr << "ipg pay: the payment window is not available in this build; use "
+               "--print-request to see the request\n";
+  return 1;
+}
+#endif
+
 const char* const kUsage =
-    "usage: ipg pay --standard|--card [FIELDS] [CREDENTIALS] --print-request [--json]\n"
+    "usage: ipg pay --standard|--card [FIELDS] [CREDENTIALS] [--print-request] [--json]\n"
     "\n"
     "Builds the payment page request through the library, exactly as an application would\n"
     "get it, and prints it: method, URL, headers and body. The body carries the sealed\n"
     "message and the MID; card number and CVV are never printed. With --json, one JSON\n"
     "object. When the library refuses the input, its message is printed and ipg exits 1.\n"
-    "Without --print-request the payment would open in a window.\n"
+    "Without --print-request the payment opens in a window, as a customer would see it;\n"
+    "when the gateway's final page has been read, its record is printed (with --json as\n"
+    "one JSON object) and ipg exits 0; when the customer cancels, it prints \"cancelled by\n"
+    "the customer\" and exits 1. A CA file (--ca-file or QIPG_CA_FILE) is trusted by the\n"
+    "window for the gateway's host only.\n"
     "\n";
 
 int runPay(const Args& args) {
@@ -142,17 +230,13 @@ int runPay(const Args& args) {
     std::cerr << "ipg pay: " << *problem << " (see ipg pay --help)\n";
     return 2;
   }
-  if (!hasFlag(args, "print-request")) {
-    std::cerr << "ipg pay: the payment window is not available in this build; use "
-                 "--print-request to see the request\n";
-    return 1;
-  }
   PaymentBuild build;
   const std::optional<qipg::URLRequest> request = buildPaymentRequest(args, build);
   if (!request) {
     std::cerr << "ipg pay: " << build.error << "\n";
     return build.exitCode;
   }
+  if (!hasFlag(args, "print-request")) return openPaymentWindow(*request, build, hasFlag(args, "json"));
   printRequest(*request, hasFlag(args, "json"));
   return std::cout.flush() ? 0 : 1;
 }

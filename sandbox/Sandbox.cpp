@@ -220,6 +220,9 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   impl->server->set_read_timeout(3, 0);
   impl->server->set_write_timeout(5, 0);
   impl->server->set_payload_max_length(1u << 20);
+  // Answers go out in more than one write; without this, Nagle's algorithm holds the last
+  // one back for a delayed ACK (tens of milliseconds per call).
+  impl->server->set_tcp_nodelay(true);
   // SO_REUSEADDR only: httplib's default adds SO_REUSEPORT, which would let a second sandbox
   // share a port that is taken instead of failing.
   impl->server->set_socket_options([](socket_t sock) {
