@@ -92,14 +92,23 @@ bool isLoopbackURL(const std::string& url) {
 std::optional<qipg::GatewayConfig> gateway(const Args& args, std::uint64_t environment,
                                            std::string& error) {
   const bool test = environment == qipg::IPGEnvironmentTest;
+  Args withGateway = args;
   if (!flagValue(args, "base-url") &&
       !isSet(test ? "QIPG_TEST_BASE_URL" : "QIPG_PRODUCTION_BASE_URL")) {
-    error = std::string("no gateway given: use --base-url or set ") +
-            (test ? "QIPG_TEST_BASE_URL" : "QIPG_PRODUCTION_BASE_URL") +
-            " (`ipg sandbox` runs a local one and prints its base URL)";
-    return std::nullopt;
+#ifdef QIPG_HAVE_SANDBOX
+    // A sandbox running in the foreground (`ipg sandbox`) is the default gateway.
+    if (auto running = qipg::sandbox::runningBaseURL(qipg::sandbox::defaultDataDir())) {
+      withGateway.push_back("--base-url=" + *running);
+    }
+#endif
+    if (!flagValue(withGateway, "base-url")) {
+      error = std::string("no gateway given: use --base-url or set ") +
+              (test ? "QIPG_TEST_BASE_URL" : "QIPG_PRODUCTION_BASE_URL") +
+              ", or start one with `ipg sandbox`";
+      return std::nullopt;
+    }
   }
-  qipg::GatewayConfig config = gatewayConfig(args, environment);
+  qipg::GatewayConfig config = gatewayConfig(withGateway, environment);
 #ifdef QIPG_HAVE_SANDBOX
   const std::string& base = test ? config.testBaseURL : config.productionBaseURL;
   if (config.caFile.empty() && isLoopbackURL(base)) {
@@ -306,8 +315,9 @@ std::string usageFor(Operation operation) {
       "\n";
   text += kCredentialsHelp;
   text +=
-      "A gateway must be given (--base-url or the environment). For a sandbox on this\n"
-      "machine, its CA file is found in its default data directory when none is given.\n";
+      "The gateway is --base-url, else the environment, else the sandbox that `ipg sandbox`\n"
+      "runs in its default data directory. For a sandbox on this machine, its CA file is\n"
+      "found in that directory when none is given.\n";
   return text;
 }
 

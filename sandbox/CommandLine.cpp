@@ -2,7 +2,11 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdlib>
+#include <fstream>
 #include <mutex>
 #include <ostream>
 
@@ -141,13 +145,31 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
         << std::endl;
   }
 
+  const std::string runningFile = sandbox->dataDir() + "/running";
+  if (const int fd = ::open(runningFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+      fd >= 0) {
+    const std::string line = sandbox->baseURL() + "\n";
+    const bool written = ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    ::close(fd);
+    if (!written) ::unlink(runningFile.c_str());
+  }
+
   int signal = 0;
   sigwait(&stopSignals, &signal);
+  ::unlink(runningFile.c_str());
   sandbox->stop();
   sandbox.reset();
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   err << program << ": stopped" << std::endl;
   return 0;
+}
+
+std::optional<std::string> runningBaseURL(const std::string& dataDir) {
+  if (dataDir.empty()) return std::nullopt;
+  std::ifstream in(dataDir + "/running");
+  std::string line;
+  if (!in || !std::getline(in, line) || line.rfind("https://", 0) != 0) return std::nullopt;
+  return line;
 }
 
 }  // namespace qipg::sandbox

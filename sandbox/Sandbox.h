@@ -124,6 +124,11 @@ class Sandbox {
 // ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox; empty when neither variable is set.
 std::string defaultDataDir();
 
+// While a foreground sandbox runs (runCommandLine), its base URL stands in the file "running"
+// of its data directory, so that tools can find it; the file goes when it stops. Absent when
+// no sandbox runs there (or the file is unreadable).
+std::optional<std::string> runningBaseURL(const std::string& dataDir);
+
 // The flags of ipg-sandbox and `ipg sandbox`, as help text.
 std::string usage(const std::string& program);
 
