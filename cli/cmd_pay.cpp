@@ -143,7 +143,8 @@ std::string hostOf(std::string_view url) {
   if (at != std::string_view::npos) authority.remove_prefix(at + 1);
   if (!authority.empty() && authority.front() == '[') {
     const std::size_t close = authority.find(']');
-    return close == std::string_view::npos ? std::string() : std::string(authority.substr(1, close - 1));
+    return close == std::string_view::npos ? std::string()
+                                           : std::string(authority.substr(1, close - 1));
   }
   return std::string(authority.substr(0, authority.find(':')));
 }
@@ -158,7 +159,8 @@ int openPaymentWindow(const qipg::URLRequest& request, const PaymentBuild& build
     options.trustedHost = hostOf(*request.url);
   }
   std::string error;
-  const std::optional<qipg::PaymentOutcome> outcome = qipg::runPaymentWindow(request, options, &error);
+  const std::optional<qipg::PaymentOutcome> outcome =
+      qipg::runPaymentWindow(request, options, &error);
   if (!outcome) {
     std::cerr << "ipg pay: " << error << "\n";
     return 1;
@@ -236,7 +238,9 @@ int runPay(const Args& args) {
     std::cerr << "ipg pay: " << build.error << "\n";
     return build.exitCode;
   }
-  if (!hasFlag(args, "print-request")) return openPaymentWindow(*request, build, hasFlag(args, "json"));
+  if (!hasFlag(args, "print-request")) {
+    return openPaymentWindow(*request, build, hasFlag(args, "json"));
+  }
   printRequest(*request, hasFlag(args, "json"));
   return std::cout.flush() ? 0 : 1;
 }

@@ -1,0 +1,737 @@
+#include "qipg/PaymentWindow.h"
+
+#include <fcntl.h>
+#include <gtk/gtk.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <webkit/webkit.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <set>
+#include <string_view>
+#include <utility>
+
+#include "ui/AutoPostForm.h"
+#include "ui/gtk/MainLoop.h"
+#include "ui/gtk/ProgressLine.h"
+#include "ui/gtk/TlsTrust.h"
+
+namespace qipg {
+
+using internal::ProgressLine;
+
+namespace {
+
+constexpr int kBarHeight = 48;
+
+constexpr char kStyle[] = R"css(
+.qipg-bar {
+  background-color: #f9f9f9;
+  border-bottom: 1px solid rgba(0, 0, 0, 0.14);
+  min-height: 48px;
+}
+.qipg-bar button.qipg-cancel {
+  color: #007aff;
+  background: none;
+  border: none;
+  box-shadow: none;
+  font-size: 16px;
+  padding: 4px 14px;
+  margin: 0 4px;
+}
+.qipg-bar button.qipg-cancel:hover { background-color: rgba(0, 122, 255, 0.08); }
+.qipg-bar button.qipg-cancel:active { background-color: rgba(0, 122, 255, 0.16); }
+.qipg-title { font-weight: bold; font-size: 16px; color: #111; }
+.qipg-address { font-size: 13px; color: #555; }
+.qipg-lock { color: #555; }
+)css";
+
+// A borrowed widget pointer that GObject nulls when the widget is finalised.
+template <typename T>
+void watch(T*& field, gpointer object) {
+  field = static_cast<T*>(object);
+  g_object_add_weak_pointer(G_OBJECT(object), reinterpret_cast<gpointer*>(&field));
+}
+
+template <typename T>
+void unwatch(T*& field) {
+  if (field != nullptr) {
+    g_object_remove_weak_pointer(G_OBJECT(field), reinterpret_cast<gpointer*>(&field));
+    field = nullptr;
+  }
+}
+
+std::string toText(const char* text) { return text != nullptr ? text : ""; }
+
+// (libqipg keeps its text helpers internal; this library has its own.)
+bool sameIgnoringAsciiCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return g_ascii_tolower(x) == g_ascii_tolower(y);
+         });
+}
+
+// An address in one canonical spelling (scheme and default port normalised), for comparing
+// the address that failed with the address that was asked for.
+std::string canonicalURI(const std::string& uri) {
+  GUri* parsed = g_uri_parse(uri.c_str(), G_URI_FLAGS_SCHEME_NORMALIZE, nullptr);
+  if (parsed == nullptr) return uri;
+  char* text = g_uri_to_string(parsed);
+  std::string out = toText(text);
+  g_free(text);
+  g_uri_unref(parsed);
+  return out;
+}
+
+void prepareEnvironment() {
+  static bool done = false;
+  if (done) return;
+  done = true;
+  // Root cannot use WebKit's bubblewrap sandbox (no user namespaces in CI containers).
+  if (geteuid() == 0) setenv("WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS", "1", 0);
+  GtkCssProvider* provider = gtk_css_provider_new();
+  gtk_css_provider_load_from_data(provider, kStyle, -1);
+  gtk_style_context_add_provider_for_display(gdk_display_get_default(),
+                                             GTK_STYLE_PROVIDER(provider),
+                                             GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+  g_object_unref(provider);
+}
+
+NavigationType navigationTypeOf(WebKitNavigationType type) {
+  switch (type) {
+    case WEBKIT_NAVIGATION_TYPE_LINK_CLICKED:
+      return NavigationType::LinkClicked;
+    case WEBKIT_NAVIGATION_TYPE_FORM_SUBMITTED:
+      return NavigationType::FormSubmitted;
+    case WEBKIT_NAVIGATION_TYPE_BACK_FORWARD:
+      return NavigationType::BackForward;
+    case WEBKIT_NAVIGATION_TYPE_RELOAD:
+      return NavigationType::Reload;
+    case WEBKIT_NAVIGATION_TYPE_FORM_RESUBMITTED:
+      return NavigationType::FormResubmitted;
+    default:
+      return NavigationType::Other;
+  }
+}
+
+bool writeOwnerOnly(const std::string& path, GBytes* bytes) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  bool ok = fchmod(fd, 0600) == 0;
+  gsize size = 0;
+  const auto* data = static_cast<const char*>(g_bytes_get_data(bytes, &size));
+  while (ok && size > 0) {
+    const ssize_t written = write(fd, data, size);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      ok = false;
+      break;
+    }
+    data += written;
+    size -= static_cast<gsize>(written);
+  }
+  return close(fd) == 0 && ok;
+}
+
+bool saveTexture(GdkTexture* texture, const std::string& path) {
+  if (texture == nullptr) return false;
+  GBytes* png = gdk_texture_save_to_png_bytes(texture);
+  const bool ok = png != nullptr && writeOwnerOnly(path, png);
+  if (png != nullptr) g_bytes_unref(png);
+  return ok;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- the window
+
+// The window and the ports it gives its controller: the web view, the bar that hosts the
+// progress lines, the title label and the presenter.
+struct PaymentWindow::Impl final : WebViewPort,
+                                   BarViewPort,
+                                   LabelPort,
+                                   PresenterPort,
+                                   std::enable_shared_from_this<PaymentWindow::Impl> {
+  Impl(URLRequest request, PaymentWindowOptions options)
+      : request_(std::move(request)), options_(std::move(options)) {}
+
+  ~Impl() override {
+    disconnect();
+    if (window_ != nullptr) gtk_window_destroy(window_);
+    unwatch(window_);
+    unwatch(webView_);
+    unwatch(bar_);
+    unwatch(title_);
+    unwatch(address_);
+    unwatch(lock_);
+    unwatch(cancelButton_);
+    if (session_ != nullptr) g_object_unref(session_);
+  }
+
+  void build(std::shared_ptr<IPGPaymentControllerDelegate> delegate);
+
+  // ---- WebViewPort
+  void loadRequest(const URLRequest& request) override;
+  void stopLoading() override {
+    if (webView_ != nullptr) webkit_web_view_stop_loading(webView_);
+  }
+  Text currentURL() const override {
+    const char* uri = webView_ != nullptr ? webkit_web_view_get_uri(webView_) : nullptr;
+    return uri != nullptr ? Text(uri) : std::nullopt;
+  }
+  void evaluateJavaScript(const std::string& script,
+                          std::function<void(const Text&)> completion) override {
+    evaluate(script, std::move(completion), false);
+  }
+
+  // ---- BarViewPort
+  Rect bounds() const override {
+    if (bar_ == nullptr) return {};
+    return {0.0, 0.0, static_cast<double>(gtk_widget_get_width(GTK_WIDGET(bar_))),
+            static_cast<double>(gtk_widget_get_height(GTK_WIDGET(bar_)))};
+  }
+  std::shared_ptr<ProgressBarPort> addProgressBar() override {
+    return bar_ != nullptr ? ProgressLine::addTo(bar_) : nullptr;
+  }
+
+  // ---- LabelPort
+  void setText(const Text& text) override {
+    if (title_ == nullptr) return;
+    gtk_label_set_text(title_, text.value_or("").c_str());
+    gtk_widget_set_visible(GTK_WIDGET(title_), text.has_value() && !text->empty());
+  }
+
+  // ---- PresenterPort
+  void dismiss(bool /*animated*/, std::function<void()> completion) override {
+    dismissed_ = true;
+    disconnect();
+    if (window_ != nullptr) gtk_window_destroy(window_);
+    internal::runWhenIdle(std::move(completion));
+    // Let go of the window's hold on itself after this call (the caller may be its last user).
+    if (keepAlive_) internal::runWhenIdle([held = std::move(keepAlive_)] {});
+  }
+
+  // Evaluates `script`; `alwaysAnswer`: also call `completion` (with absent) when the web view
+  // is gone, else drop it.
+  void evaluate(const std::string& script, std::function<void(const Text&)> completion,
+                bool alwaysAnswer);
+
+  void reportLoad(PageLoadEvent event, const std::string& uri) {
+    if (options_.onPageLoad) options_.onPageLoad(event, uri);
+  }
+  void showAddress();
+  void retryAfterTlsAllowance(const std::string& failingURI);
+  void disconnect() {
+    if (webView_ != nullptr) g_signal_handlers_disconnect_by_data(webView_, this);
+    if (window_ != nullptr) g_signal_handlers_disconnect_by_data(window_, this);
+    if (cancelButton_ != nullptr) g_signal_handlers_disconnect_by_data(cancelButton_, this);
+  }
+
+  // ---- signal handlers
+  static void onLoadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer data);
+  static gboolean onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri, GError* error,
+                               gpointer data);
+  static gboolean onLoadFailedWithTlsErrors(WebKitWebView*, gchar* uri,
+                                            GTlsCertificate* certificate,
+                                            GTlsCertificateFlags errors, gpointer data);
+  static gboolean onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
+                                 WebKitPolicyDecisionType type, gpointer data);
+  static void onWebProcessTerminated(WebKitWebView*, WebKitWebProcessTerminationReason,
+                                     gpointer data);
+  static void onCancelClicked(GtkButton*, gpointer data);
+  static gboolean onCloseRequest(GtkWindow*, gpointer data);
+  static void onMap(GtkWidget*, gpointer data);
+  static void onDestroy(GtkWidget*, gpointer data);
+
+  GtkWindow* window_ = nullptr;
+  WebKitWebView* webView_ = nullptr;
+  GtkOverlay* bar_ = nullptr;
+  GtkLabel* title_ = nullptr;
+  GtkLabel* address_ = nullptr;
+  GtkWidget* lock_ = nullptr;
+  GtkWidget* cancelButton_ = nullptr;
+  // The window's own ephemeral network session: nothing reaches the disk or another window.
+  WebKitNetworkSession* session_ = nullptr;
+
+  URLRequest request_;
+  PaymentWindowOptions options_;
+  std::shared_ptr<WebviewController> controller_;
+  std::shared_ptr<Impl> keepAlive_;  // while the window is up
+  std::optional<URLRequest> lastLoaded_;
+  bool currentLoadFailed_ = false;
+  bool dismissed_ = false;
+  std::set<std::string> tlsAllowedHosts_;
+};
+
+void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> delegate) {
+  GtkWidget* window = gtk_window_new();
+  watch(window_, window);
+  gtk_window_set_title(window_, options_.title.c_str());
+  gtk_window_set_default_size(window_, options_.width, options_.height);
+  if (options_.transientFor != nullptr) {
+    gtk_window_set_transient_for(window_, GTK_WINDOW(options_.transientFor));
+    gtk_window_set_modal(window_, TRUE);
+    gtk_window_set_destroy_with_parent(window_, TRUE);
+  }
+
+  // The bar: Cancel at the leading edge; in the middle the title label (empty, so hidden)
+  // over the address of the page shown; progress lines laid over its bottom edge.
+  GtkWidget* bar = gtk_overlay_new();
+  watch(bar_, bar);
+  gtk_widget_add_css_class(bar, "qipg-bar");
+  gtk_widget_set_size_request(bar, -1, kBarHeight);
+  g_signal_connect(bar, "get-child-position", G_CALLBACK(&ProgressLine::placeChild), nullptr);
+
+  GtkWidget* row = gtk_center_box_new();
+  GtkWidget* cancel = gtk_button_new_with_label("Cancel");
+  watch(cancelButton_, cancel);
+  gtk_widget_add_css_class(cancel, "qipg-cancel");
+  gtk_widget_set_valign(cancel, GTK_ALIGN_CENTER);
+  gtk_center_box_set_start_widget(GTK_CENTER_BOX(row), cancel);
+
+  GtkWidget* middle = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+  gtk_widget_set_valign(middle, GTK_ALIGN_CENTER);
+  GtkWidget* title = gtk_label_new("");
+  watch(title_, title);
+  gtk_widget_add_css_class(title, "qipg-title");
+  gtk_label_set_ellipsize(title_, PANGO_ELLIPSIZE_END);
+  gtk_box_append(GTK_BOX(middle), title);
+  GtkWidget* addressRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
+  gtk_widget_set_halign(addressRow, GTK_ALIGN_CENTER);
+  GtkWidget* lock = gtk_image_new_from_icon_name("channel-secure-symbolic");
+  watch(lock_, lock);
+  gtk_widget_add_css_class(lock, "qipg-lock");
+  gtk_widget_set_visible(lock, FALSE);
+  GtkWidget* address = gtk_label_new("");
+  watch(address_, address);
+  gtk_widget_add_css_class(address, "qipg-address");
+  gtk_label_set_ellipsize(address_, PANGO_ELLIPSIZE_MIDDLE);
+  gtk_box_append(GTK_BOX(addressRow), lock);
+  gtk_box_append(GTK_BOX(addressRow), address);
+  gtk_box_append(GTK_BOX(middle), addressRow);
+  gtk_center_box_set_center_widget(GTK_CENTER_BOX(row), middle);
+  gtk_overlay_set_child(bar_, row);
+
+  // The page below the bar, filling the window.
+  session_ = webkit_network_session_new_ephemeral();
+  GtkWidget* webView =
+      GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_, nullptr));
+  watch(webView_, webView);
+  gtk_widget_set_vexpand(webView, TRUE);
+  gtk_widget_set_hexpand(webView, TRUE);
+  WebKitSettings* settings = webkit_web_view_get_settings(webView_);
+  webkit_settings_set_enable_developer_extras(settings, FALSE);
+  webkit_settings_set_javascript_can_open_windows_automatically(settings, FALSE);
+
+  GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
+  gtk_box_append(GTK_BOX(column), bar);
+  gtk_box_append(GTK_BOX(column), webView);
+  gtk_window_set_child(window_, column);
+
+  g_signal_connect(webView, "load-changed", G_CALLBACK(&Impl::onLoadChanged), this);
+  g_signal_connect(webView, "load-failed", G_CALLBACK(&Impl::onLoadFailed), this);
+  g_signal_connect(webView, "load-failed-with-tls-errors",
+                   G_CALLBACK(&Impl::onLoadFailedWithTlsErrors), this);
+  g_signal_connect(webView, "decide-policy", G_CALLBACK(&Impl::onDecidePolicy), this);
+  g_signal_connect(webView, "web-process-terminated", G_CALLBACK(&Impl::onWebProcessTerminated),
+                   this);
+  g_signal_connect(cancel, "clicked", G_CALLBACK(&Impl::onCancelClicked), this);
+  g_signal_connect(window, "close-request", G_CALLBACK(&Impl::onCloseRequest), this);
+  g_signal_connect(window, "map", G_CALLBACK(&Impl::onMap), this);
+  g_signal_connect(window, "destroy", G_CALLBACK(&Impl::onDestroy), this);
+
+  auto self = shared_from_this();
+  controller_ = WebviewController::create(options_.gateway);
+  controller_->setRequest(request_);
+  controller_->setDelegate(delegate);
+  controller_->setIpgWebView(self);
+  controller_->setNavBarView(self);
+  controller_->setLblNavBarTitle(self);
+  controller_->setPresenter(self);
+  controller_->setTimerScheduler(internal::mainLoopTimerScheduler());
+  controller_->viewDidLoad();
+  keepAlive_ = self;
+}
+
+void PaymentWindow::Impl::loadRequest(const URLRequest& request) {
+  if (webView_ == nullptr || !request.url) return;
+  lastLoaded_ = request;
+  if (sameIgnoringAsciiCase(request.httpMethod, "POST")) {
+    const std::string page = internal::autoPostPage(*request.url, request.bodyText());
+    const std::string base = internal::originOf(*request.url);
+    webkit_web_view_load_html(webView_, page.c_str(), base.empty() ? nullptr : base.c_str());
+    return;
+  }
+  WebKitURIRequest* uriRequest = webkit_uri_request_new(request.url->c_str());
+  if (SoupMessageHeaders* headers = webkit_uri_request_get_http_headers(uriRequest)) {
+    for (const auto& [name, value] : request.allHTTPHeaderFields) {
+      soup_message_headers_replace(headers, name.c_str(), value.c_str());
+    }
+  }
+  webkit_web_view_load_request(webView_, uriRequest);
+  g_object_unref(uriRequest);
+}
+
+namespace {
+
+struct Evaluation {
+  std::function<void(const Text&)> completion;
+  bool alwaysAnswer = false;
+  std::weak_ptr<PaymentWindow::Impl> window;
+};
+
+void onScriptEvaluated(GObject* source, GAsyncResult* result, gpointer data) {
+  std::unique_ptr<Evaluation> evaluation(static_cast<Evaluation*>(data));
+  GError* error = nullptr;
+  JSCValue* value =
+      webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, &error);
+  g_clear_error(&error);
+  auto window = evaluation->window.lock();
+  const bool gone = !window || window->dismissed_ || window->webView_ == nullptr;
+  Text text;
+  if (value != nullptr) {
+    if (!jsc_value_is_undefined(value) && !jsc_value_is_null(value)) {
+      char* string = jsc_value_to_string(value);
+      if (string != nullptr) text = std::string(string);
+      g_free(string);
+    }
+    g_object_unref(value);
+  }
+  if (gone && !evaluation->alwaysAnswer) return;
+  if (evaluation->completion) evaluation->completion(text);
+}
+
+}  // namespace
+
+void PaymentWindow::Impl::evaluate(const std::string& script,
+                                   std::function<void(const Text&)> completion, bool alwaysAnswer) {
+  if (webView_ == nullptr || dismissed_) {
+    if (alwaysAnswer && completion) completion(std::nullopt);
+    return;
+  }
+  // WebKit answers every evaluation, with an error when the view has gone meanwhile.
+  webkit_web_view_evaluate_javascript(
+      webView_, script.c_str(), -1, nullptr, nullptr, nullptr, &onScriptEvaluated,
+      new Evaluation{std::move(completion), alwaysAnswer, weak_from_this()});
+}
+
+void PaymentWindow::Impl::showAddress() {
+  if (address_ == nullptr || webView_ == nullptr) return;
+  std::string host;
+  if (const char* uri = webkit_web_view_get_uri(webView_)) {
+    if (GUri* parsed = g_uri_parse(uri, G_URI_FLAGS_NONE, nullptr)) {
+      host = toText(g_uri_get_host(parsed));
+      g_uri_unref(parsed);
+    }
+  }
+  GTlsCertificate* certificate = nullptr;
+  GTlsCertificateFlags errors = G_TLS_CERTIFICATE_NO_FLAGS;
+  const bool secure = webkit_web_view_get_tls_info(webView_, &certificate, &errors);
+  gtk_label_set_text(address_, host.c_str());
+  if (lock_ != nullptr) gtk_widget_set_visible(lock_, secure && !host.empty());
+}
+
+void PaymentWindow::Impl::onLoadChanged(WebKitWebView* webView, WebKitLoadEvent event,
+                                        gpointer data) {
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  const std::string uri = toText(webkit_web_view_get_uri(webView));
+  switch (event) {
+    case WEBKIT_LOAD_STARTED:
+      self->currentLoadFailed_ = false;
+      self->reportLoad(PageLoadEvent::Started, uri);
+      self->controller_->webViewDidStartLoad();
+      break;
+    case WEBKIT_LOAD_COMMITTED:
+      self->showAddress();
+      break;
+    case WEBKIT_LOAD_FINISHED:
+      // WebKit finishes a failed load too; the controller has heard of its failure already.
+      if (self->currentLoadFailed_) break;
+      self->reportLoad(PageLoadEvent::Finished, uri);
+      self->controller_->webViewDidFinishLoad();
+      break;
+    default:
+      break;
+  }
+}
+
+gboolean PaymentWindow::Impl::onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri,
+                                           GError* error, gpointer data) {
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  if (self->currentLoadFailed_) return TRUE;
+  self->currentLoadFailed_ = true;
+  self->reportLoad(PageLoadEvent::Failed, toText(uri));
+  WebViewError failure;
+  if (error != nullptr) {
+    failure = {toText(g_quark_to_string(error->domain)), error->code, toText(error->message)};
+  }
+  self->controller_->webViewDidFailLoadWithError(failure);
+  return TRUE;  // no error page: it would count as a finished load of the failed address
+}
+
+gboolean PaymentWindow::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, gchar* uri,
+                                                        GTlsCertificate* certificate,
+                                                        GTlsCertificateFlags errors,
+                                                        gpointer data) {
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  const PaymentWindowOptions& options = self->options_;
+  if (options.trustedCAFile.empty() || options.trustedHost.empty() || uri == nullptr) {
+    return FALSE;  // "load-failed" follows
+  }
+  GUri* parsed = g_uri_parse(uri, G_URI_FLAGS_SCHEME_NORMALIZE, nullptr);
+  if (parsed == nullptr) return FALSE;
+  const std::string host = toText(g_uri_get_host(parsed));
+  const int port = g_uri_get_port(parsed);
+  g_uri_unref(parsed);
+  if (!sameIgnoringAsciiCase(host, options.trustedHost) ||
+      self->tlsAllowedHosts_.count(host) != 0 ||
+      !internal::certificateTrustedByCAFile(certificate, options.trustedCAFile, host,
+                                            port > 0 ? static_cast<guint16>(port) : 443)) {
+    return FALSE;
+  }
+  self->tlsAllowedHosts_.insert(host);
+  webkit_network_session_allow_tls_certificate_for_host(self->session_, certificate, host.c_str());
+  // This load has failed all the same; the retry is a new load.
+  self->currentLoadFailed_ = true;
+  self->reportLoad(PageLoadEvent::Failed, uri);
+  self->controller_->webViewDidFailLoadWithError(
+      {"GTlsCertificate", static_cast<int>(errors),
+       "certificate verified against the trusted CA file; loading again"});
+  self->retryAfterTlsAllowance(uri);
+  return TRUE;
+}
+
+void PaymentWindow::Impl::retryAfterTlsAllowance(const std::string& failingURI) {
+  internal::runWhenIdle([weak = weak_from_this(), failingURI] {
+    auto self = weak.lock();
+    if (!self || self->dismissed_ || self->webView_ == nullptr) return;
+    // A failed POST is posted again; any other address is simply loaded.
+    if (self->lastLoaded_ && self->lastLoaded_->url &&
+        canonicalURI(*self->lastLoaded_->url) == canonicalURI(failingURI)) {
+      self->loadRequest(*self->lastLoaded_);
+    } else {
+      webkit_web_view_load_uri(self->webView_, failingURI.c_str());
+    }
+  });
+}
+
+gboolean PaymentWindow::Impl::onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
+                                             WebKitPolicyDecisionType type, gpointer data) {
+  if (type != WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION) return FALSE;
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
+      WEBKIT_NAVIGATION_POLICY_DECISION(decision));
+  WebKitURIRequest* uriRequest = webkit_navigation_action_get_request(action);
+  URLRequest request;
+  if (const char* uri = webkit_uri_request_get_uri(uriRequest)) request.url = uri;
+  if (const char* method = webkit_uri_request_get_http_method(uriRequest)) {
+    request.httpMethod = method;
+  }
+  if (!self->controller_->shouldStartLoadWithRequest(
+          request, navigationTypeOf(webkit_navigation_action_get_navigation_type(action)))) {
+    webkit_policy_decision_ignore(decision);
+    return TRUE;
+  }
+  return FALSE;
+}
+
+void PaymentWindow::Impl::onWebProcessTerminated(WebKitWebView* webView,
+                                                 WebKitWebProcessTerminationReason reason,
+                                                 gpointer data) {
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  self->currentLoadFailed_ = true;
+  self->reportLoad(PageLoadEvent::Failed, toText(webkit_web_view_get_uri(webView)));
+  self->controller_->webViewDidFailLoadWithError({"WebKitWebProcessTerminationReason",
+                                                  static_cast<int>(reason),
+                                                  "the page's web process ended"});
+}
+
+void PaymentWindow::Impl::onCancelClicked(GtkButton*, gpointer data) {
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  self->controller_->cancelButtonPressed();
+}
+
+gboolean PaymentWindow::Impl::onCloseRequest(GtkWindow*, gpointer data) {
+  auto self = static_cast<Impl*>(data)->shared_from_this();
+  self->controller_->cancelButtonPressed();  // the dismissal closes the window
+  return TRUE;
+}
+
+void PaymentWindow::Impl::onMap(GtkWidget*, gpointer data) {
+  // On screen: the controller sets up its progress line and loads, once the bar is laid out.
+  internal::runWhenIdle([weak = static_cast<Impl*>(data)->weak_from_this()] {
+    auto self = weak.lock();
+    if (self && !self->dismissed_ && self->window_ != nullptr) {
+      self->controller_->viewDidAppear(true);
+    }
+  });
+}
+
+void PaymentWindow::Impl::onDestroy(GtkWidget*, gpointer data) {
+  auto* self = static_cast<Impl*>(data);
+  self->dismissed_ = true;
+  // Let go of the window's hold on itself once this signal is over.
+  internal::runWhenIdle([held = std::move(self->keepAlive_)] {});
+}
+
+// ---------------------------------------------------------------- public surface
+
+PaymentWindow::PaymentWindow(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+PaymentWindow::~PaymentWindow() = default;
+
+std::shared_ptr<WebviewController> PaymentWindow::controller() const { return impl_->controller_; }
+
+bool PaymentWindow::isOpen() const { return impl_->window_ != nullptr && !impl_->dismissed_; }
+
+void PaymentWindow::runJavaScript(const std::string& script,
+                                  std::function<void(const Text&)> completion) {
+  impl_->evaluate(script, std::move(completion), true);
+}
+
+namespace {
+
+// One picture under way. WebKit pictures the page as it is now (the window may not have shown
+// a freshly loaded page yet); for the whole window, the window is then rendered after its next
+// paint with that picture laid over the web view's place.
+struct Shot {
+  std::string path;
+  std::function<void(bool)> completion;
+  bool wholeWindow = false;
+  GtkWidget* window = nullptr;   // weak
+  GtkWidget* webView = nullptr;  // weak
+  GdkTexture* page = nullptr;
+  gulong handler = 0;
+  bool done = false;
+
+  ~Shot() {
+    unwatch(window);
+    unwatch(webView);
+    if (page != nullptr) g_object_unref(page);
+  }
+  void finish(bool saved) {
+    if (done) return;
+    done = true;
+    if (completion) completion(saved);
+  }
+};
+
+GdkTexture* renderWindow(GtkWidget* window, GtkWidget* webView, GdkTexture* page) {
+  const int width = gtk_widget_get_width(window);
+  const int height = gtk_widget_get_height(window);
+  GtkNative* native = gtk_widget_get_native(window);
+  GskRenderer* renderer = native != nullptr ? gtk_native_get_renderer(native) : nullptr;
+  if (width <= 0 || height <= 0 || renderer == nullptr) return nullptr;
+  GdkPaintable* paintable = gtk_widget_paintable_new(window);
+  GtkSnapshot* snapshot = gtk_snapshot_new();
+  gdk_paintable_snapshot(paintable, GDK_SNAPSHOT(snapshot), width, height);
+  graphene_rect_t place;
+  if (page != nullptr && webView != nullptr && gtk_widget_compute_bounds(webView, window, &place)) {
+    gtk_snapshot_append_texture(snapshot, page, &place);
+  }
+  GskRenderNode* node = gtk_snapshot_free_to_node(snapshot);
+  GdkTexture* texture = nullptr;
+  if (node != nullptr) {
+    graphene_rect_t area;
+    graphene_rect_init(&area, 0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height));
+    texture = gsk_renderer_render_texture(renderer, node, &area);
+    gsk_render_node_unref(node);
+  }
+  g_object_unref(paintable);
+  return texture;
+}
+
+void onWindowPainted(GdkFrameClock* clock, gpointer data) {
+  auto* shot = static_cast<Shot*>(data);
+  GdkTexture* texture =
+      shot->window != nullptr ? renderWindow(shot->window, shot->webView, shot->page) : nullptr;
+  const bool saved = saveTexture(texture, shot->path);
+  if (texture != nullptr) g_object_unref(texture);
+  shot->finish(saved);
+  g_signal_handler_disconnect(clock, shot->handler);  // releases the shot
+}
+
+void releaseShot(gpointer data, GClosure*) {
+  auto* shot = static_cast<Shot*>(data);
+  shot->finish(false);  // the window went away before it was painted
+  delete shot;
+}
+
+void onPagePictured(GObject* source, GAsyncResult* result, gpointer data) {
+  auto* shot = static_cast<Shot*>(data);
+  GError* error = nullptr;
+  shot->page = webkit_web_view_get_snapshot_finish(WEBKIT_WEB_VIEW(source), result, &error);
+  g_clear_error(&error);
+  GdkFrameClock* clock = shot->wholeWindow && shot->window != nullptr
+                             ? gtk_widget_get_frame_clock(shot->window)
+                             : nullptr;
+  if (!shot->wholeWindow || clock == nullptr) {
+    shot->finish(!shot->wholeWindow && saveTexture(shot->page, shot->path));
+    delete shot;
+    return;
+  }
+  shot->handler = g_signal_connect_data(clock, "after-paint", G_CALLBACK(&onWindowPainted), shot,
+                                        &releaseShot, GConnectFlags(0));
+  gtk_widget_queue_draw(shot->window);
+}
+
+}  // namespace
+
+void PaymentWindow::saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion,
+                                   SnapshotArea area) {
+  if (!isOpen() || impl_->webView_ == nullptr) {
+    if (completion) completion(false);
+    return;
+  }
+  auto* shot = new Shot{pngPath, std::move(completion), area == SnapshotArea::Window};
+  watch(shot->window, impl_->window_);
+  watch(shot->webView, impl_->webView_);
+  webkit_web_view_get_snapshot(impl_->webView_, WEBKIT_SNAPSHOT_REGION_VISIBLE,
+                               WEBKIT_SNAPSHOT_OPTIONS_NONE, nullptr, &onPagePictured, shot);
+}
+
+void PaymentWindow::pressCancel() {
+  if (isOpen()) impl_->controller_->cancelButtonPressed();
+}
+
+void* PaymentWindow::nativeWindow() const { return impl_->window_; }
+
+void* PaymentWindow::nativeWebView() const { return impl_->webView_; }
+
+std::shared_ptr<PaymentWindow> presentPaymentWindow(
+    const URLRequest& request, std::shared_ptr<IPGPaymentControllerDelegate> delegate,
+    PaymentWindowOptions options, std::string* error) {
+  if (!gtk_is_initialized() && !gtk_init_check()) {
+    if (error != nullptr) {
+      *error = "cannot open a display for the payment window (set DISPLAY or WAYLAND_DISPLAY)";
+    }
+    return nullptr;
+  }
+  prepareEnvironment();
+  auto impl = std::make_shared<PaymentWindow::Impl>(request, std::move(options));
+  impl->build(std::move(delegate));
+  gtk_window_present(impl->window_);
+  return std::make_shared<PaymentWindow>(std::move(impl));
+}
+
+std::optional<PaymentOutcome> runPaymentWindow(const URLRequest& request,
+                                               PaymentWindowOptions options, std::string* error) {
+  std::optional<PaymentOutcome> outcome;
+  auto delegate = makePaymentControllerDelegate(
+      [&outcome](const PaymentResponse& response) {
+        if (!outcome) outcome = PaymentOutcome{false, response};
+      },
+      [&outcome] {
+        if (!outcome) outcome = PaymentOutcome{true, PaymentResponse()};
+      });
+  auto window = presentPaymentWindow(request, delegate, std::move(options), error);
+  if (!window) return std::nullopt;
+  while (!outcome && window->isOpen()) g_main_context_iteration(nullptr, TRUE);
+  // Dismissed: the delegate is told from an idle callback.
+  while (!outcome && g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
+  if (!outcome && error != nullptr) *error = "the payment window was closed";
+  return outcome;
+}
+
+}  // namespace qipg
