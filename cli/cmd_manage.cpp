@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "Output.h"
 #include "Credentials.h"
 #include "qipg/IPGResponseDelegate.h"
 #include "qipg/PaymentResponse.h"
@@ -144,68 +145,6 @@ class Outcome {
   std::optional<qipg::PaymentResponse> response_;
 };
 
-std::string jsonString(std::string_view text) {
-  std::string out = "\"";
-  for (char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += c;
-    } else if (byte < 0x20 || byte == 0x7F) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
-      out += escaped;
-    } else {
-      out += c;
-    }
-  }
-  return out + "\"";
-}
-
-std::vector<std::pair<const char*, const qipg::Text*>> properties(const qipg::PaymentResponse& r) {
-  return {{"transactionReferenceNo", &r.transactionReferenceNo()},
-          {"orderID", &r.orderID()},
-          {"amount", &r.amount()},
-          {"statusCode", &r.statusCode()},
-          {"statusDescription", &r.statusDescription()},
-          {"rrn", &r.rrn()},
-          {"authnCode", &r.authnCode()},
-          {"authzCode", &r.authzCode()},
-          {"authNStatus", &r.authNStatus()},
-          {"authZStatus", &r.authZStatus()},
-          {"responseCode", &r.responseCode()},
-          {"captureStatus", &r.captureStatus()},
-          {"pgRefCancelReqID", &r.pgRefCancelReqID()},
-          {"refundAmount", &r.refundAmount()},
-          {"transactionDateTime", &r.transactionDateTime()},
-          {"addtionalField1", &r.addtionalField1()},
-          {"addtionalField2", &r.addtionalField2()},
-          {"addtionalField3", &r.addtionalField3()},
-          {"addtionalField4", &r.addtionalField4()},
-          {"addtionalField5", &r.addtionalField5()},
-          {"addtionalField6", &r.addtionalField6()},
-          {"addtionalField7", &r.addtionalField7()},
-          {"addtionalField8", &r.addtionalField8()},
-          {"addtionalField9", &r.addtionalField9()},
-          {"addtionalField10", &r.addtionalField10()}};
-}
-
-void printRecord(const qipg::PaymentResponse& response, bool json) {
-  if (json) {
-    std::string out = "{";
-    bool first = true;
-    for (const auto& [name, value] : properties(response)) {
-      out += (first ? "" : ",") + jsonString(name) + ":" + (*value ? jsonString(**value) : "null");
-      first = false;
-    }
-    std::cout << out << "}\n";
-    return;
-  }
-  for (const auto& [name, value] : properties(response)) {
-    std::cout << name << ": " << (*value ? **value : "(absent)") << "\n";
-  }
-}
-
 int runManagement(const Args& args, Operation operation, const char* command) {
   const std::string prefix = std::string("ipg ") + command + ": ";
   if (std::optional<std::string> problem = unknownArgument(args, operation)) {
@@ -269,7 +208,7 @@ int runManagement(const Args& args, Operation operation, const char* command) {
     std::cerr << prefix << "no answer within " << *limit << " s\n";
     return 1;
   }
-  printRecord(*response, hasFlag(args, "json"));
+  printRecord(std::cout, *response, hasFlag(args, "json"));
   return std::cout.flush() ? 0 : 1;
 }
 

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "Command.h"
+#include "Output.h"
 #include "Credentials.h"
 #include "PayRequest.h"
 #include "qipg/IPGResponseDelegate.h"
@@ -74,39 +75,6 @@ std::optional<std::string> unknownArgument(const Args& args) {
   return std::nullopt;
 }
 
-std::string jsonString(std::string_view text) {
-  std::string out = "\"";
-  for (char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (byte < 0x20 || byte == 0x7F) {
-          char escaped[8];
-          std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
-          out += escaped;
-        } else {
-          out += c;
-        }
-    }
-  }
-  return out + "\"";
-}
-
 // The request as text: method and URL, the headers, a blank line and the body as it stands.
 // The body holds the sealed message and the MID only, never card data in clear.
 void printRequest(const qipg::URLRequest& request, bool json) {
@@ -169,40 +137,7 @@ int openPaymentWindow(const qipg::URLRequest& request, const PaymentBuild& build
     std::cout << (json ? "{\"cancelled\":true}" : "cancelled by the customer") << "\n";
     return 1;
   }
-  const qipg::PaymentResponse& r = outcome->response;
-  const std::pair<const char*, const qipg::Text*> fields[] = {
-      {"orderID", &r.orderID()},
-      {"transactionReferenceNo", &r.transactionReferenceNo()},
-      {"rrn", &r.rrn()},
-      {"statusCode", &r.statusCode()},
-      {"statusDescription", &r.statusDescription()},
-      {"amount", &r.amount()},
-      {"transactionDateTime", &r.transactionDateTime()},
-      {"authnCode", &r.authnCode()},
-      {"authzCode", &r.authzCode()},
-      {"captureStatus", &r.captureStatus()},
-      {"pgRefCancelReqID", &r.pgRefCancelReqID()},
-      {"refundAmount", &r.refundAmount()},
-      {"addtionalField1", &r.addtionalField1()},
-      {"addtionalField2", &r.addtionalField2()},
-      {"addtionalField3", &r.addtionalField3()},
-      {"addtionalField4", &r.addtionalField4()},
-      {"addtionalField5", &r.addtionalField5()},
-      {"addtionalField6", &r.addtionalField6()},
-      {"addtionalField7", &r.addtionalField7()},
-      {"addtionalField8", &r.addtionalField8()},
-      {"addtionalField9", &r.addtionalField9()},
-      {"addtionalField10", &r.addtionalField10()}};
-  std::string out = json ? "{" : "";
-  for (const auto& [name, value] : fields) {
-    if (json) {
-      out += (out.size() > 1 ? "," : "") + jsonString(name) + ":" +
-             (*value ? jsonString(**value) : "null");
-    } else {
-      out += std::string(name) + ": " + (*value ? **value : "(absent)") + "\n";
-    }
-  }
-  std::cout << out << (json ? "}\n" : "");
+  printRecord(std::cout, outcome->response, json);
   return std::cout.flush() ? 0 : 1;
 }
 #else
