@@ -12,7 +12,7 @@ build: deps
 	cmake --build --preset default
 
 demo: build
-	./build/bin/ipg demo
+	scripts/with-display ./build/bin/ipg demo --out build/demo
 
 # Everything CI runs: the normal build's tests, the sanitizer builds' tests, the fuzzers.
 test: check asan tsan fuzz
