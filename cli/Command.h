@@ -6,7 +6,9 @@
 // A command gets its arguments after its name and returns the process's exit code.
 #pragma once
 
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +40,12 @@ std::optional<std::string> flagValue(const Args& args, std::string_view name);
 
 // True when the bare flag `--name` is there.
 bool hasFlag(const Args& args, std::string_view name);
+
+// One line about the first argument that is neither one of `valueFlags` (`--name VALUE` or
+// `--name=VALUE`) nor one of `bareFlags` (`--name`); absent when all are known.
+using FlagSet = std::set<std::string, std::less<>>;
+std::optional<std::string> unknownArgument(const Args& args, const FlagSet& valueFlags,
+                                           const FlagSet& bareFlags);
 
 // Masks all but the last four characters of a card number; a CVV or key is masked whole.
 std::string maskCardNumber(std::string_view cardNumber);

@@ -35,30 +35,16 @@ enum class Operation { kStatus, kCancel, kRefund };
 constexpr long kDefaultTimeLimitSeconds = 60;
 constexpr long kLongestTimeLimitSeconds = 3600;
 
-const std::set<std::string, std::less<>> kValueFlags = {
+const FlagSet kValueFlags = {
     "order", "ref", "amount", "mid", "key", "env", "base-url", "ca-file", "timeout"};
-const std::set<std::string, std::less<>> kBareFlags = {"json"};
+const FlagSet kBareFlags = {"json"};
 
 // One line about the first argument that is not known; absent when all are.
 std::optional<std::string> unknownArgument(const Args& args, Operation operation) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if (arg.rfind("--", 0) != 0) return "unexpected argument \"" + arg + "\"";
-    const std::size_t equals = arg.find('=');
-    const std::string_view name = std::string_view(arg).substr(2, equals - 2);
-    if (name == "amount" && operation != Operation::kRefund) {
-      return "--amount is for refunds only";
-    }
-    if (kValueFlags.count(name) != 0) {
-      if (equals == std::string::npos) {
-        if (i + 1 >= args.size()) return "--" + std::string(name) + " needs a value";
-        ++i;
-      }
-    } else if (kBareFlags.count(name) == 0 || equals != std::string::npos) {
-      return "unknown option " + std::string(arg.substr(0, equals));
-    }
+  if (operation != Operation::kRefund && (flagValue(args, "amount") || hasFlag(args, "amount"))) {
+    return "--amount is for refunds only";
   }
-  return std::nullopt;
+  return ipg::unknownArgument(args, kValueFlags, kBareFlags);
 }
 
 // The overall time limit in seconds (--timeout, default 60); absent when malformed.

@@ -49,31 +49,12 @@ std::optional<std::uint64_t> numberFlag(const Args& args, std::string_view name,
 
 qipg::Text textFlag(const Args& args, std::string_view name) { return flagValue(args, name); }
 
-const std::set<std::string, std::less<>> kValueFlags = {
+const FlagSet kValueFlags = {
     "order", "amount", "currency",     "description", "type", "card-number", "expiry",
     "cvv",   "holder", "payment-type", "add1",        "add2", "add3",        "add4",
     "add5",  "add6",   "add7",         "add8",        "add9", "add10",       "mid",
     "key",   "env",    "base-url",     "ca-file"};
-const std::set<std::string, std::less<>> kBareFlags = {"standard", "card", "print-request", "json"};
-
-// One line about the first argument this command does not know; absent when all are known.
-std::optional<std::string> unknownArgument(const Args& args) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    if (arg.rfind("--", 0) != 0) return "unexpected argument \"" + arg + "\"";
-    const std::size_t equals = arg.find('=');
-    const std::string_view name = std::string_view(arg).substr(2, equals - 2);
-    if (kValueFlags.count(name) != 0) {
-      if (equals == std::string::npos) {
-        if (i + 1 >= args.size()) return "--" + std::string(name) + " needs a value";
-        ++i;
-      }
-    } else if (kBareFlags.count(name) == 0 || equals != std::string::npos) {
-      return "unknown option " + std::string(arg.substr(0, equals));
-    }
-  }
-  return std::nullopt;
-}
+const FlagSet kBareFlags = {"standard", "card", "print-request", "json"};
 
 // The request as text: method and URL, the headers, a blank line and the body as it stands.
 // The body holds the sealed message and the MID only, never card data in clear.
@@ -163,7 +144,7 @@ const char* const kUsage =
     "\n";
 
 int runPay(const Args& args) {
-  if (std::optional<std::string> problem = unknownArgument(args)) {
+  if (std::optional<std::string> problem = unknownArgument(args, kValueFlags, kBareFlags)) {
     std::cerr << "ipg pay: " << *problem << " (see ipg pay --help)\n";
     return 2;
   }

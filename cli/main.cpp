@@ -59,6 +59,25 @@ bool hasFlag(const Args& args, std::string_view name) {
   return std::find(args.begin(), args.end(), flag) != args.end();
 }
 
+std::optional<std::string> unknownArgument(const Args& args, const FlagSet& valueFlags,
+                                           const FlagSet& bareFlags) {
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    if (arg.rfind("--", 0) != 0) return "unexpected argument \"" + arg + "\"";
+    const std::size_t equals = arg.find('=');
+    const std::string_view name = std::string_view(arg).substr(2, equals - 2);
+    if (valueFlags.count(name) != 0) {
+      if (equals == std::string::npos) {
+        if (i + 1 >= args.size()) return "--" + std::string(name) + " needs a value";
+        ++i;
+      }
+    } else if (bareFlags.count(name) == 0 || equals != std::string::npos) {
+      return "unknown option " + std::string(arg.substr(0, equals));
+    }
+  }
+  return std::nullopt;
+}
+
 std::string maskCardNumber(std::string_view cardNumber) {
   if (cardNumber.size() <= 4) return std::string(cardNumber.size(), '*');
   return std::string(cardNumber.size() - 4, '*') + std::string(cardNumber.substr(cardNumber.size() - 4));
