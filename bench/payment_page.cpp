@@ -27,17 +27,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 bool spinUntil(const std::function<bool()>& done, unsigned seconds = 120) {
-  bool timedOut = false;
-  const guint timer = g_timeout_add_seconds(
-      seconds,
-      [](gpointer flag) -> gboolean {
-        *static_cast<bool*>(flag) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &timedOut);
-  while (!done() && !timedOut) g_main_context_iteration(nullptr, TRUE);
-  if (!timedOut) g_source_remove(timer);
-  return !timedOut;
+  return qipg::runMainLoopUntil(done, seconds);
 }
 
 double median(std::vector<double> values) {

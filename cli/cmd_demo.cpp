@@ -26,8 +26,6 @@
 #include "Sandbox.h"
 #endif
 #ifdef QIPG_HAVE_GTK
-#include <glib.h>
-
 #include "qipg/PaymentWindow.h"
 #endif
 
@@ -80,19 +78,8 @@ std::string futureExpiry() {  // MMYY, three years ahead
   return text;
 }
 
-// Iterates GLib's main loop until `done()`; false when `seconds` pass first.
 bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
-  bool timedOut = false;
-  const guint timer = g_timeout_add_seconds(
-      seconds,
-      [](gpointer flag) -> gboolean {
-        *static_cast<bool*>(flag) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &timedOut);
-  while (!done() && !timedOut) g_main_context_iteration(nullptr, TRUE);
-  if (!timedOut) g_source_remove(timer);
-  return !timedOut;
+  return qipg::runMainLoopUntil(done, seconds);
 }
 
 // What a management call told its delegate, handed over from the transport thread.

@@ -156,4 +156,9 @@ QIPG_EXPORT std::optional<PaymentOutcome> runPaymentWindow(
     const URLRequest& request, PaymentWindowOptions options = PaymentWindowOptions(),
     std::string* error = nullptr);
 
+// For hosts without a main loop of their own: iterates GLib's default main context until
+// `done()` is true (checked after every iteration) or `seconds` have passed. Returns false on
+// the time-out. Call on the GTK main thread.
+QIPG_EXPORT bool runMainLoopUntil(const std::function<bool()>& done, unsigned seconds);
+
 }  // namespace qipg

@@ -734,4 +734,18 @@ std::optional<PaymentOutcome> runPaymentWindow(const URLRequest& request,
   return outcome;
 }
 
+bool runMainLoopUntil(const std::function<bool()>& done, unsigned seconds) {
+  bool timedOut = false;
+  const guint timer = g_timeout_add_seconds(
+      seconds,
+      [](gpointer flag) -> gboolean {
+        *static_cast<bool*>(flag) = true;
+        return G_SOURCE_REMOVE;
+      },
+      &timedOut);
+  while (!done() && !timedOut) g_main_context_iteration(nullptr, TRUE);
+  if (!timedOut) g_source_remove(timer);
+  return !timedOut;
+}
+
 }  // namespace qipg
