@@ -2,7 +2,6 @@
 #include <plist/plist.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <functional>
 #include <string>
 
@@ -15,47 +14,37 @@ namespace {
 using qipg::QuandrelIPG;
 using qipg::Text;
 
-struct PlistDeleter {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
-using Plist = std::unique_ptr<void, PlistDeleter>;
+// Writes out `root` as an XML or binary property list and frees it.
+std::string encode(plist_t root, bool binary) {
+  char* data = nullptr;
+  uint32_t length = 0;
+  binary ? plist_to_bin(root, &data, &length) : plist_to_xml(root, &data, &length);
+  std::string out(data, length);
+  binary ? plist_to_bin_free(data) : plist_to_xml_free(data);
+  plist_free(root);
+  return out;
+}
 
-// A dictionary with the given entries; `fill` adds them.
-Plist dictionary(const std::function<void(plist_t)>& fill) {
+// A dictionary filled by `fill`, encoded.
+std::string dictionary(const std::function<void(plist_t)>& fill, bool binary = false) {
   plist_t dict = plist_new_dict();
   fill(dict);
-  return Plist(dict);
+  return encode(dict, binary);
 }
 
-std::string toXml(const Plist& plist) {
-  char* data = nullptr;
-  uint32_t length = 0;
-  plist_to_xml(static_cast<plist_t>(plist.get()), &data, &length);
-  std::string out(data, length);
-  plist_to_xml_free(data);
-  return out;
-}
-
-std::string toBinary(const Plist& plist) {
-  char* data = nullptr;
-  uint32_t length = 0;
-  plist_to_bin(static_cast<plist_t>(plist.get()), &data, &length);
-  std::string out(data, length);
-  plist_to_bin_free(data);
-  return out;
-}
-
-Plist credentialsPlist() {
-  return dictionary([](plist_t d) {
-    plist_dict_set_item(d, "CFBundleName", plist_new_string("Shop"));
-    plist_dict_set_item(d, "merchantID", plist_new_string("PLISTMID1"));
-    plist_dict_set_item(d, "encryptionKey", plist_new_string("PlistKey0123"));
-  });
+std::string credentials(bool binary = false) {
+  return dictionary(
+      [](plist_t d) {
+        plist_dict_set_item(d, "CFBundleName", plist_new_string("Shop"));
+        plist_dict_set_item(d, "merchantID", plist_new_string("PLISTMID1"));
+        plist_dict_set_item(d, "encryptionKey", plist_new_string("PlistKey0123"));
+      },
+      binary);
 }
 
 class InfoPlistTest : public ClientTest {
  protected:
-  // What the client's reader hands its completion, and how often it calls it.
+  // What the client's reader hands its completion, which it calls exactly once.
   std::pair<Text, Text> read() {
     auto client = QuandrelIPG::create();
     EXPECT_NE(client, nullptr);
@@ -72,44 +61,60 @@ class InfoPlistTest : public ClientTest {
   std::filesystem::path plistPath() const { return bundle() / "Info.plist"; }
 };
 
-TEST_F(InfoPlistTest, ReadsXmlAndBinaryDocuments) {
-  const std::pair<Text, Text> expected{"PLISTMID1", "PlistKey0123"};
-  writeFile(plistPath(), toXml(credentialsPlist()));
-  EXPECT_EQ(read(), expected);
-  writeFile(plistPath(), toBinary(credentialsPlist()));
-  EXPECT_EQ(read(), expected);
-}
-
-TEST_F(InfoPlistTest, MissingOrUnusableValuesAreAbsent) {
+TEST_F(InfoPlistTest, ValuesFromDocumentsOfEveryKind) {
   const Text absent;
+  const std::pair<Text, Text> both{"PLISTMID1", "PlistKey0123"}, none;
   static const char kGarbage[] = "\x00\xff<plist><dict><key>merchantID";
-  struct Row {
+  std::string oversized = credentials();  // well formed, but larger than the cap
+  oversized.insert(oversized.find("<plist"), std::string(qipg::internal::kMaxInfoPlistBytes, ' '));
+  // Nested far deeper than any real Info.plist, in both formats.
+  std::string deepXml = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>merchantID</key>";
+  for (int i = 0; i < 100000; ++i) deepXml += "<array>";
+  for (int i = 0; i < 100000; ++i) deepXml += "</array>";
+  deepXml += "</dict></plist>";
+  const std::string deepBinary = dictionary(
+      [](plist_t d) {
+        plist_t inner = plist_new_array();
+        plist_dict_set_item(d, "merchantID", inner);
+        for (int i = 0; i < 40; ++i) {
+          plist_t next = plist_new_array();
+          plist_array_append_item(inner, next);
+          inner = next;
+        }
+      },
+      true);
+  const struct {
     const char* name;
     std::string bytes;
     std::pair<Text, Text> expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
+      {"XML", credentials(), both},
+      {"binary", credentials(true), both},
       {"only the MID",
-       toXml(dictionary(
-           [](plist_t d) { plist_dict_set_item(d, "merchantID", plist_new_string("M1")); })),
+       dictionary([](plist_t d) { plist_dict_set_item(d, "merchantID", plist_new_string("M1")); }),
        {"M1", absent}},
       {"non-string values (binary)",
-       toBinary(dictionary([](plist_t d) {
-         plist_dict_set_item(d, "merchantID", plist_new_uint(42));
-         plist_dict_set_item(d, "encryptionKey", plist_new_bool(1));
-       })),
-       {absent, absent}},
+       dictionary(
+           [](plist_t d) {
+             plist_dict_set_item(d, "merchantID", plist_new_uint(42));
+             plist_dict_set_item(d, "encryptionKey", plist_new_bool(1));
+           },
+           true),
+       none},
       {"a dictionary value",
-       toXml(dictionary([](plist_t d) {
+       dictionary([](plist_t d) {
          plist_dict_set_item(d, "merchantID", plist_new_dict());
          plist_dict_set_item(d, "encryptionKey", plist_new_string(""));
-       })),
+       }),
        {absent, ""}},
-      {"root is an array", toXml(Plist(plist_new_array())), {absent, absent}},
-      {"garbage", std::string(kGarbage, sizeof kGarbage - 1), {absent, absent}},
-      {"truncated binary", toBinary(credentialsPlist()).substr(0, 40), {absent, absent}},
+      {"root is an array", encode(plist_new_array(), false), none},
+      {"garbage", std::string(kGarbage, sizeof kGarbage - 1), none},
+      {"truncated binary", credentials(true).substr(0, 40), none},
+      {"oversized", oversized, none},
+      {"deep XML", deepXml, none},
+      {"deep binary", deepBinary, none},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     writeFile(plistPath(), row.bytes);
     EXPECT_EQ(read(), row.expected);
@@ -126,44 +131,15 @@ TEST_F(InfoPlistTest, MissingFileDirectoryOrFifoGiveAbsentValues) {
   EXPECT_EQ(read(), none);  // and does not wait for a writer
 }
 
-TEST_F(InfoPlistTest, HostileDocumentsAreRefusedWithoutCrashing) {
-  const std::pair<Text, Text> none;
-  // Larger than the cap, though well formed.
-  std::string xml = toXml(credentialsPlist());
-  xml.insert(xml.find("<plist"), std::string(qipg::internal::kMaxInfoPlistBytes, ' '));
-  writeFile(plistPath(), xml);
-  EXPECT_EQ(read(), none);
-
-  // Nested far deeper than any real Info.plist, in both formats.
-  std::string deep = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>merchantID</key>";
-  for (int i = 0; i < 100000; ++i) deep += "<array>";
-  for (int i = 0; i < 100000; ++i) deep += "</array>";
-  deep += "</dict></plist>";
-  writeFile(plistPath(), deep);
-  EXPECT_EQ(read(), none);
-
-  plist_t root = plist_new_dict();
-  plist_t inner = plist_new_array();
-  plist_dict_set_item(root, "merchantID", inner);
-  for (int i = 0; i < 40; ++i) {
-    plist_t next = plist_new_array();
-    plist_array_append_item(inner, next);
-    inner = next;
-  }
-  writeFile(plistPath(), toBinary(Plist(root)));
-  EXPECT_EQ(read(), none);
-}
-
 // checkForMIDandEncString, called as the operations call it: with the values just stored.
 TEST_F(InfoPlistTest, PropertyListIsConsultedOnlyWhenBothAreMissing) {
   const Text absent;
-  struct Row {
+  const struct {
     const char* name;
     bool withPlist;
     Text mid, key;
     Text expectedMid, expectedKey;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"empty MID, absent key", true, "", absent, "PLISTMID1", "PlistKey0123"},
       {"both absent", true, absent, absent, "PLISTMID1", "PlistKey0123"},
       {"MID given, key empty", true, "M1", "", "M1", ""},
@@ -171,10 +147,10 @@ TEST_F(InfoPlistTest, PropertyListIsConsultedOnlyWhenBothAreMissing) {
       {"both given", true, "M1", "K1", "M1", "K1"},
       {"both missing, no property list", false, "", "", absent, absent},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     std::filesystem::remove(plistPath());
-    if (row.withPlist) writeFile(plistPath(), toXml(credentialsPlist()));
+    if (row.withPlist) writeFile(plistPath(), credentials());
     auto client = QuandrelIPG::create();
     ASSERT_NE(client, nullptr);
     client->setMerchantIDString(row.mid);

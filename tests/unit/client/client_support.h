@@ -1,14 +1,17 @@
 // Shared pieces of the client tests: a private temporary directory per test that holds the
-// user-defaults file and the bundle directory, so no test sees another's IV or Info.plist.
+// user-defaults file and the bundle directory, so no test sees another's IV or Info.plist, and
+// a way to run the ipg tool as a user runs it.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,25 +25,46 @@ class ScopedEnv {
  public:
   ScopedEnv(std::string name, const std::optional<std::string>& value) : name_(std::move(name)) {
     if (const char* old = std::getenv(name_.c_str())) old_ = old;
-    if (value) {
-      setenv(name_.c_str(), value->c_str(), 1);
-    } else {
-      unsetenv(name_.c_str());
-    }
+    put(value);
   }
-  ~ScopedEnv() {
-    if (old_) {
-      setenv(name_.c_str(), old_->c_str(), 1);
-    } else {
-      unsetenv(name_.c_str());
-    }
-  }
+  ~ScopedEnv() { put(old_); }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
 
  private:
+  void put(const std::optional<std::string>& value) {
+    value ? setenv(name_.c_str(), value->c_str(), 1) : unsetenv(name_.c_str());
+  }
   std::string name_;
   std::optional<std::string> old_;
+};
+
+inline std::string quoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+inline std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream all;
+  all << in.rdbuf();
+  return all.str();
+}
+
+// The ipg tool: in $IPG_BIN_DIR when set, else beside the test program.
+inline std::filesystem::path ipgProgram() {
+  const char* binDir = std::getenv("IPG_BIN_DIR");
+  return (binDir != nullptr && *binDir != '\0'
+              ? std::filesystem::path(binDir)
+              : std::filesystem::read_symlink("/proc/self/exe").parent_path()) /
+         "ipg";
+}
+
+struct ProcessRun {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
 };
 
 // A fresh directory with an empty bundle directory and a defaults file of its own, named by
@@ -75,6 +99,16 @@ class ClientTest : public ::testing::Test {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
     out << bytes;
     ASSERT_TRUE(out.good()) << path;
+  }
+
+  // Runs a shell command line with `input` on standard input.
+  ProcessRun shell(const std::string& commandLine, const std::string& input = "") {
+    const auto in = dir_ / "stdin", out = dir_ / "stdout", err = dir_ / "stderr";
+    writeFile(in, input);
+    const std::string line = commandLine + " < " + quoted(in.string()) + " > " +
+                             quoted(out.string()) + " 2> " + quoted(err.string());
+    const int status = std::system(line.c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
   }
 
  private:

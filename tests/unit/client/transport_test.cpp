@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <future>
-#include <map>
 #include <mutex>
 #include <thread>
 
@@ -58,7 +57,7 @@ class CaptureServer {
   }
   int port() const { return port_; }
   std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/ipg/x"; }
-  // Blocks until `count` requests have arrived and returns them.
+  // Blocks until `count` requests have arrived and returns them all.
   std::vector<std::string> requests(std::size_t count) {
     std::unique_lock lock(mutex_);
     arrived_.wait(lock, [&] { return requests_.size() >= count; });
@@ -121,39 +120,14 @@ struct Outcome {
   std::optional<TransportError> error;
 };
 
-// Collects completions by number and counts how often each one ran.
-class Completions {
- public:
-  Transport::Completion make(int id) {
-    return [this, id](const Text& answer, const std::optional<TransportError>& error) {
-      // Notified under the lock: the waiter may destroy this object as soon as it wakes.
-      std::lock_guard lock(mutex_);
-      outcomes_[id] = Outcome{answer, error};
-      ++calls_[id];
-      ++total_;
-      changed_.notify_all();
-    };
-  }
-  void waitFor(int total) {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return total_ >= total; });
-  }
-  Outcome outcome(int id) {
-    std::lock_guard lock(mutex_);
-    return outcomes_[id];
-  }
-  int calls(int id) {
-    std::lock_guard lock(mutex_);
-    return calls_[id];
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::map<int, Outcome> outcomes_;
-  std::map<int, int> calls_;
-  int total_ = 0;
-};
+// Posts `request` and waits for its completion.
+Outcome postAndWait(Transport& transport, const URLRequest& request) {
+  std::promise<Outcome> done;
+  transport.post(request, [&done](const Text& answer, const std::optional<TransportError>& error) {
+    done.set_value({answer, error});
+  });
+  return done.get_future().get();
+}
 
 URLRequest bareRequest(const std::string& url, const std::string& body, double timeout = 0) {
   URLRequest request;
@@ -201,16 +175,16 @@ TEST_F(TransportTest, PostsGoOutExactlyAsBuilt) {
   for (std::size_t i = 0; i < rows.size(); ++i) {
     const Row& row = rows[i];
     SCOPED_TRACE(row.name);
-    std::promise<Outcome> done;
-    auto completion = [&done](const Text& answer, const std::optional<TransportError>& error) {
-      done.set_value({answer, error});
-    };
+    Outcome outcome;
     if (row.managementPost) {
-      client->sendPostRequestWithURL(server.url(), row.body, completion);
+      std::promise<Outcome> done;
+      client->sendPostRequestWithURL(server.url(), row.body, [&done](const Text& a, const auto& e) {
+        done.set_value({a, e});
+      });
+      outcome = done.get_future().get();
     } else {
-      transport->post(bareRequest(server.url(), row.body), completion);
+      outcome = postAndWait(*transport, bareRequest(server.url(), row.body));
     }
-    const Outcome outcome = done.get_future().get();
     EXPECT_EQ(outcome.answer, Text("answer"));
     EXPECT_FALSE(outcome.error);
 
@@ -259,10 +233,7 @@ TEST_F(TransportTest, AnswersAndFailuresOfEveryKind) {
     CaptureServer server(row.serverAnswer);
     URLRequest request = row.request;
     if (request.url && request.url->empty()) request.url = server.url();
-    Completions completions;
-    transport->post(request, completions.make(0));
-    completions.waitFor(1);
-    const Outcome outcome = completions.outcome(0);
+    const Outcome outcome = postAndWait(*transport, request);
     EXPECT_EQ(outcome.answer, row.answer);
     EXPECT_EQ(outcome.error.has_value(), !row.error.empty());
     if (outcome.error && row.error != "*") {
@@ -280,32 +251,37 @@ TEST_F(TransportTest, ShutdownCompletesEveryRequestExactlyOnce) {
   constexpr int kRequests = 20;
   CaptureServer server("");
   auto transport = Transport::create(qipg::GatewayConfig{});
-  Completions completions;
-  for (int i = 0; i < kRequests; ++i) {
-    transport->post(bareRequest(server.url(), "b"), completions.make(i));
-  }
+  std::mutex mutex;
+  std::vector<std::vector<Outcome>> outcomes(kRequests + 1);
+  auto record = [&](int i) {
+    return [&, i](const Text& answer, const std::optional<TransportError>& error) {
+      std::lock_guard lock(mutex);
+      outcomes[i].push_back({answer, error});
+    };
+  };
+  for (int i = 0; i < kRequests; ++i) transport->post(bareRequest(server.url(), "b"), record(i));
   server.requests(1);
   transport->shutdown();  // returns once every completion has run
   transport->shutdown();
-  transport->post(bareRequest(server.url(), "b"), completions.make(kRequests));
+  transport->post(bareRequest(server.url(), "b"), record(kRequests));
+  std::lock_guard lock(mutex);
   for (int i = 0; i <= kRequests; ++i) {
-    EXPECT_EQ(completions.calls(i), 1) << i;
-    const Outcome outcome = completions.outcome(i);
-    EXPECT_FALSE(outcome.answer);
-    EXPECT_EQ(outcome.error.value_or(TransportError{}).message, "transport shut down");
+    ASSERT_EQ(outcomes[i].size(), 1u) << i;
+    EXPECT_FALSE(outcomes[i][0].answer);
+    EXPECT_EQ(outcomes[i][0].error.value_or(TransportError{}).message, "transport shut down");
   }
 }
 
 TEST_F(TransportTest, CompletionMayPostAgainAndThrow) {
   CaptureServer server(CaptureServer::answer("ok"));
   auto transport = Transport::create(qipg::GatewayConfig{});
-  Completions completions;
+  std::promise<Text> second;
   transport->post(bareRequest(server.url(), "1"), [&](const Text&, const auto&) {
-    transport->post(bareRequest(server.url(), "2"), completions.make(0));
+    transport->post(bareRequest(server.url(), "2"),
+                    [&](const Text& answer, const auto&) { second.set_value(answer); });
     throw std::runtime_error("the host's own failure");
   });
-  completions.waitFor(1);
-  EXPECT_EQ(completions.outcome(0).answer, Text("ok"));
+  EXPECT_EQ(second.get_future().get(), Text("ok"));
 }
 
 }  // namespace

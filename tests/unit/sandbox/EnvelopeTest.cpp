@@ -39,31 +39,16 @@ TEST(GatewayEnvelope, SealsAndOpensKnownVectors) {
   }
 }
 
-TEST(GatewayEnvelope, OpensWhatReachesItInAnyTransportForm) {
+// Wrong keys and the browser's encodings of a form reach it through the server's tests.
+TEST(GatewayEnvelope, OpensBareLineFeedsButNothingDamagedAndOnlyTheRightIV) {
   const Vector& v = kVectors[0];
-  std::string restored = v.envelope;  // "+" back, no line break
-  restored.erase(restored.find("\r\n"), 2);
-  const std::string lfOnly =
-      "z7vK4RpxI6ar7qImi6YlGQEprVrRcZARFB/1jXomIJnfybi33gyu0ZBrfmnBPANQJIeH8uYZlUup"
-      "\nzrOkbCU5SA==";
-  for (const std::string& text : {restored, lfOnly}) {
-    EXPECT_EQ(openEnvelope(text, v.key, v.iv), v.message);
-  }
-  // Wrong key, wrong IV, damaged or truncated text, not Base64: nothing.
+  std::string lfOnly = v.envelope;
+  lfOnly.erase(lfOnly.find('\r'), 1);
+  EXPECT_EQ(openEnvelope(lfOnly, v.key, v.iv), v.message);
   std::string damaged = v.envelope;  // a changed last block spoils the padding
   damaged[damaged.size() - 5] = damaged[damaged.size() - 5] == 'A' ? 'B' : 'A';
-  struct Bad {
-    std::string text;
-    std::string key;
-    std::string_view iv;
-  };
-  const Bad bad[] = {{v.envelope, "otherkey", v.iv},
-                     {damaged, v.key, v.iv},
-                     {std::string(v.envelope).substr(0, 44), v.key, v.iv},
-                     {"not an envelope!", v.key, v.iv},
-                     {"", v.key, v.iv}};
-  for (const Bad& b : bad) {
-    EXPECT_EQ(openEnvelope(b.text, b.key, b.iv), std::nullopt) << b.text;
+  for (const std::string& bad : {damaged, std::string(v.envelope).substr(0, 44), std::string()}) {
+    EXPECT_EQ(openEnvelope(bad, v.key, v.iv), std::nullopt) << bad;
   }
   // The other environment's IV garbles only the first block, into ASCII (both IVs are ASCII).
   const auto otherIV = openEnvelope(v.envelope, v.key, kProductionIV);

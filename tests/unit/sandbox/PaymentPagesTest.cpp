@@ -92,23 +92,15 @@ TEST_F(PaymentPages, RefusalsGetAnErrorPage) {
   ASSERT_EQ(payWithCard("USED2", "1.00", "S", "4111111111111111").statusCode(), "S");
   const std::string std20 = standardMessage("ORD9", "10.50");
   auto replaced = [&](std::size_t slot, const std::string& value) {
-    auto fields = std::vector<std::string>();
     std::size_t start = 0;
-    for (std::size_t bar; (bar = std20.find('|', start)) != std::string::npos; start = bar + 1) {
-      fields.push_back(std20.substr(start, bar - start));
-    }
-    fields.push_back(std20.substr(start));
-    fields[slot] = value;
-    std::string out;
-    for (const auto& f : fields) out += (out.empty() ? "" : "|") + f;
-    return out;
+    for (std::size_t i = 0; i < slot; ++i) start = std20.find('|', start) + 1;
+    return std20.substr(0, start) + value + std20.substr(std20.find('|', start));
   };
-  struct Case {
+  const struct {
     std::string endpoint, body;
     int status;
     std::string reason;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"doMEPayRequest", "merchantRequest=" + encryptTextWithEncKey(std20, kKey) + "&MID=NOBODY",
        400, "Unknown merchant ID."},
       {"doMEPayRequest",
@@ -133,7 +125,7 @@ TEST_F(PaymentPages, RefusalsGetAnErrorPage) {
        400, "Net banking needs a bank code."},
       {"paymentInvoice", "token=0123", 404, "This payment session is unknown."},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const auto answer = post(c.endpoint, c.body);
     EXPECT_EQ(answer.status, c.status) << c.reason;
     EXPECT_NE(answer.body.find(c.reason), std::string::npos) << c.reason;
@@ -204,18 +196,14 @@ TEST_F(PaymentPages, NoCardNumberReachesTheDataDirectory) {
 
 TEST(TestCards, ExpiryCountsUpToTheEndOfItsMonth) {
   using internal::CardOutcome;
-  struct Case {
-    const char* expiry;
-    CardOutcome outcome;
-  };
   // As of May 2030.
-  const Case cases[] = {{"0530", CardOutcome::kApproved}, {"0430", CardOutcome::kInvalid},
-                        {"1229", CardOutcome::kInvalid},  {"0131", CardOutcome::kApproved},
-                        {"0030", CardOutcome::kInvalid},  {"5/30", CardOutcome::kInvalid}};
-  for (const Case& c : cases) {
-    EXPECT_EQ(internal::checkCard("4111111111111111", c.expiry, "123", "J", 2030, 5).outcome,
-              c.outcome)
-        << c.expiry;
+  const std::pair<const char*, CardOutcome> cases[] = {
+      {"0530", CardOutcome::kApproved}, {"0430", CardOutcome::kInvalid},
+      {"1229", CardOutcome::kInvalid},  {"0131", CardOutcome::kApproved},
+      {"0030", CardOutcome::kInvalid},  {"5/30", CardOutcome::kInvalid}};
+  for (const auto& [expiry, outcome] : cases) {
+    EXPECT_EQ(internal::checkCard("4111111111111111", expiry, "123", "J", 2030, 5).outcome, outcome)
+        << expiry;
   }
   EXPECT_EQ(internal::checkCard("4111111111111111", "0530", "123", "  ", 2030, 5).reason,
             "Missing card holder name");

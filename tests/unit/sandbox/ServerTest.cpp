@@ -8,6 +8,7 @@
 #include <iterator>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "GatewayCrypto.h"
 #include "SandboxTestSupport.h"
@@ -25,12 +26,11 @@ std::string readFile(const std::string& path) {
 TEST_F(Server, UnreadableManagementRequestsAreRefusedClearly) {
   const std::string status14 = kMid + "|ORD1|" + std::string(11, '|');
   const std::string sealed = encryptTextWithEncKey(status14, kKey);
-  struct Case {
+  const struct {
     std::string endpoint, body;
     int httpStatus;
     std::string description;  // sealed answers: statusDescription; else the plain text
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"getTransactionStatus", managementBody(sealed, "mid", "NOBODY"), 400,
        "unknown merchant ID\n"},
       {"getTransactionStatus", managementBody(sealed, "MID"), 400, "missing form field mid\n"},
@@ -47,7 +47,7 @@ TEST_F(Server, UnreadableManagementRequestsAreRefusedClearly) {
        managementBody(encryptTextWithEncKey("OTHER|ORD1|1|-|-|-|-|-|-|-|-|-|-|-", kKey), "MID"),
        200, "The MID in the message does not match the form"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const HttpAnswer answer = post(c.endpoint, c.body);
     EXPECT_EQ(answer.status, c.httpStatus) << c.description;
     if (c.httpStatus != 200) {
@@ -63,73 +63,41 @@ TEST_F(Server, UnreadableManagementRequestsAreRefusedClearly) {
   }
 }
 
-TEST_F(Server, FaultsSpoilTheirEndpointOnly) {
-  struct Case {
-    Fault fault;
-    int status;
-    std::size_t minimumSize;
-    bool utf8;
-  };
-  const Case cases[] = {{Fault::kHttp500, 500, 1, true},
-                        {Fault::kGarbage, 200, 1, true},
-                        {Fault::kNotUtf8, 200, 1, false},
-                        {Fault::kHuge, 200, 5u * 1024 * 1024, true}};
+// What a client makes of each fault is the end-to-end tests' business.
+TEST_F(Server, FaultsSpoilTheirEndpointOnlyAndStopReleasesAHeldRequest) {
   const std::string body =
       managementBody(encryptTextWithEncKey(kMid + "|O|" + std::string(11, '|'), kKey), "mid");
-  for (const Case& c : cases) {
-    sandbox_->setFault(Endpoint::kStatus, c.fault);
+  const std::tuple<Fault, int, std::size_t, bool> cases[] = {  // status, minimum size, UTF-8
+      {Fault::kHttp500, 500, 1, true},
+      {Fault::kGarbage, 200, 1, true},
+      {Fault::kNotUtf8, 200, 1, false},
+      {Fault::kHuge, 200, 5u * 1024 * 1024, true}};
+  for (const auto& [fault, status, minimumSize, utf8] : cases) {
+    sandbox_->setFault(Endpoint::kStatus, fault);
     const HttpAnswer answer = post("getTransactionStatus", body);
-    EXPECT_EQ(answer.status, c.status);
-    EXPECT_GE(answer.body.size(), c.minimumSize);
-    EXPECT_EQ(internal::isUtf8(answer.body), c.utf8);
-    // The client's reading of such an answer: a record with "F" and nothing else.
-    const PaymentResponse r =
-        CommonUtilities().getResponseFromString(decryptTextWithDecryptionKey(answer.body, kKey));
-    EXPECT_EQ(r.statusCode(), "F");
-    EXPECT_EQ(r.statusDescription(), std::nullopt);
-    // Other endpoints are untouched.
+    EXPECT_EQ(answer.status, status);
+    EXPECT_GE(answer.body.size(), minimumSize);
+    EXPECT_EQ(internal::isUtf8(answer.body), utf8);
     EXPECT_EQ(cancelOrRefund("doRefundRequest", "O", "1", "1.00").statusDescription(),
               "Refund refused: transaction not found");
   }
   sandbox_->clearFaults();
   EXPECT_EQ(status("O").statusDescription(), "Transaction not found");
-}
 
-TEST_F(Server, AHeldRequestIsReleasedByLiftingTheFaultOrByStop) {
-  const std::string body =
-      managementBody(encryptTextWithEncKey(kMid + "|O|" + std::string(11, '|'), kKey), "mid");
-  for (bool byStop : {false, true}) {
-    sandbox_->setFault(Endpoint::kStatus, Fault::kHang);
-    HttpAnswer answer;
-    std::atomic<bool> done{false};
-    std::thread client([&] {
-      answer = post("getTransactionStatus", body);
-      done = true;
-    });
-    while (sandbox_->heldRequests() == 0 && !done) std::this_thread::yield();
-    if (done) {
-      client.join();
-      ADD_FAILURE() << "the request was answered instead of held";
-      return;
-    }
-    if (byStop) {
-      sandbox_->stop();
-      sandbox_->stop();  // idempotent
-    } else {
-      sandbox_->setFault(Endpoint::kStatus, Fault::kNone);
-    }
-    client.join();
-    EXPECT_EQ(sandbox_->heldRequests(), 0u);
-    if (byStop) {
-      EXPECT_NE(answer.status, 200);
-    } else {
-      EXPECT_EQ(answer.status, 200);
-      EXPECT_EQ(CommonUtilities()
-                    .getResponseFromString(decryptTextWithDecryptionKey(answer.body, kKey))
-                    .statusDescription(),
-                "Transaction not found");
-    }
-  }
+  sandbox_->setFault(Endpoint::kStatus, Fault::kHang);
+  HttpAnswer answer;
+  std::atomic<bool> done{false};
+  std::thread client([&] {
+    answer = post("getTransactionStatus", body);
+    done = true;
+  });
+  while (sandbox_->heldRequests() == 0 && !done) std::this_thread::yield();
+  EXPECT_FALSE(done) << "the request was answered instead of held";
+  sandbox_->stop();
+  sandbox_->stop();  // idempotent
+  client.join();
+  EXPECT_EQ(sandbox_->heldRequests(), 0u);
+  EXPECT_NE(answer.status, 200);
 }
 
 TEST_F(Server, KeepsItsFilesOwnerOnlyAndReusesItsCertificate) {
@@ -162,14 +130,6 @@ TEST_F(Server, ProductionUsesTheProductionIVAndExtraMerchants) {
   ASSERT_EQ(answer.status, 200);
   EXPECT_EQ(internal::openEnvelope(answer.body, "k2", internal::kProductionIV),
             "|O1|||||||||F|Transaction not found||||||||||");
-  // A request sealed with the test IV opens with its first block garbled (both IVs are ASCII,
-  // so the garbled block is still text) and is refused for its layout.
-  const HttpAnswer testSealed = post(
-      "getTransactionStatus",
-      managementBody(internal::sealEnvelope(message, "k2", internal::kTestIV), "mid", "SHOP2"));
-  const auto refusal = internal::openEnvelope(testSealed.body, "k2", internal::kProductionIV);
-  ASSERT_TRUE(refusal.has_value());
-  EXPECT_EQ(refusal->substr(0, 45), "||||||||||F|Wrong message layout: expected 14");
 }
 
 TEST(SandboxStart, RefusesBadOptions) {
@@ -188,13 +148,9 @@ TEST(SandboxStart, RefusesBadOptions) {
       {with([](Options& o) { o.environment = "staging"; }),
        "unknown environment \"staging\" (test or production)"},
       {with([](Options& o) { o.dataDir.clear(); }), "no data directory given"},
-      {with([](Options& o) {
-         o.merchants = {{"BAD-MID", "key"}};
-       }),
+      {with([](Options& o) { o.merchants = {{"M1", "key"}, {"BAD-MID", "key"}}; }),
        "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
-      {with([](Options& o) {
-         o.merchants = {{"M1", std::string(33, 'k')}};
-       }),
+      {with([](Options& o) { o.merchants = {{"M1", std::string(33, 'k')}}; }),
        "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
       {with([](Options& o) { o.port = 70000; }), "port out of range: 0 to 65535"},
   };
@@ -212,12 +168,11 @@ TEST(SandboxStart, RefusesBadOptions) {
 }
 
 TEST(SandboxCommandLine, ExplainsBadFlags) {
-  struct Case {
+  const struct {
     std::vector<std::string> args;
     int exitCode;
     std::string firstLine;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{"--help"}, 0, "usage: ipg-sandbox [--port N]"},
       {{"--port", "x"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
       {{"--port=65536"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
@@ -227,7 +182,7 @@ TEST(SandboxCommandLine, ExplainsBadFlags) {
       {{"--verbose"}, 2, "ipg-sandbox: unknown flag: --verbose"},
       {{"extra"}, 2, "ipg-sandbox: unexpected argument: extra"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     std::ostringstream out, err;
     EXPECT_EQ(runCommandLine(c.args, out, err, "ipg-sandbox"), c.exitCode);
     const std::string text = c.exitCode == 0 ? out.str() : err.str();

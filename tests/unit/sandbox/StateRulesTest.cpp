@@ -7,8 +7,6 @@
 namespace qipg::sandbox::testing {
 namespace {
 
-using StateRules = SandboxFixture;
-
 // One step of a scenario on one order: an operation and the answer it must get.
 struct Step {
   const char* operation;  // "status", "cancel" or "refund"
@@ -17,17 +15,25 @@ struct Step {
   const char* description;
 };
 
-void runSteps(const std::string& orderId, const std::string& ref, const std::vector<Step>& steps,
-              const std::function<PaymentResponse(const Step&)>& call) {
-  for (const Step& s : steps) {
-    SCOPED_TRACE(std::string(s.operation) + " " + s.amount);
-    const PaymentResponse r = call(s);
-    EXPECT_EQ(r.statusCode(), s.code);
-    EXPECT_EQ(r.statusDescription(), s.description);
-    EXPECT_EQ(r.orderID(), orderId);
-    EXPECT_EQ(r.transactionReferenceNo(), ref);
+class StateRules : public SandboxFixture {
+ protected:
+  // Runs the steps on one order in turn.
+  void runSteps(const std::string& orderId, const std::string& ref, const std::vector<Step>& steps) {
+    for (const Step& s : steps) {
+      SCOPED_TRACE(std::string(s.operation) + " " + s.amount);
+      const std::string operation = s.operation;
+      const PaymentResponse r =
+          operation == "status"
+              ? status(orderId, ref)
+              : cancelOrRefund(operation == "cancel" ? "doCancelRequest" : "doRefundRequest",
+                               orderId, ref, s.amount);
+      EXPECT_EQ(r.statusCode(), s.code);
+      EXPECT_EQ(r.statusDescription(), s.description);
+      EXPECT_EQ(r.orderID(), orderId);
+      EXPECT_EQ(r.transactionReferenceNo(), ref);
+    }
   }
-}
+};
 
 TEST_F(StateRules, SaleIsCapturedThenRefundedInPartsButNeverCancelled) {
   const PaymentResponse paid = payWithCard("SALE1", "10.50", "S", "4111111111111111");
@@ -50,12 +56,7 @@ TEST_F(StateRules, SaleIsCapturedThenRefundedInPartsButNeverCancelled) {
       {"refund", "0.01", "F", "Refund refused: the transaction is already fully refunded"},
       {"status", "", "R", "Fully refunded"},
   };
-  runSteps("SALE1", ref, steps, [&](const Step& s) {
-    if (std::string(s.operation) == "status") return status("SALE1", ref);
-    return cancelOrRefund(
-        std::string(s.operation) == "cancel" ? "doCancelRequest" : "doRefundRequest", "SALE1", ref,
-        s.amount);
-  });
+  runSteps("SALE1", ref, steps);
   const auto stored = sandbox_->transaction(kMid, "SALE1");
   ASSERT_TRUE(stored.has_value());
   EXPECT_EQ(stored->refundedMinor, 1050);
@@ -77,25 +78,21 @@ TEST_F(StateRules, AuthorisationIsCancelledOnceAndNeverRefunded) {
       {"refund", "1.00", "F", "Refund refused: the transaction is cancelled"},
       {"status", "", "C", "Cancelled"},
   };
-  runSteps("AUTH1", ref, steps, [&](const Step& s) {
-    if (std::string(s.operation) == "status") return status("AUTH1", ref);
-    return cancelOrRefund(
-        std::string(s.operation) == "cancel" ? "doCancelRequest" : "doRefundRequest", "AUTH1", ref,
-        s.amount);
-  });
+  runSteps("AUTH1", ref, steps);
 }
 
-TEST_F(StateRules, FailedAndPendingPaymentsCanNeitherBeCancelledNorRefunded) {
+TEST_F(StateRules, RefusalsOfFailedPendingAndUnknownPaymentsAndBadAmounts) {
   const PaymentResponse declined = payWithCard("DECL1", "5.00", "P", "4000000000000002");
   ASSERT_EQ(declined.statusCode(), "F");
   const std::string declinedRef = declined.transactionReferenceNo().value_or("");
   ASSERT_FALSE(openCardForm("PEND1", "5.00").empty());
   const std::string pendingRef = sandbox_->transaction(kMid, "PEND1")->referenceNo;
+  const std::string ref =
+      payWithCard("KNOWN1", "20.00", "S", "4111111111111111").transactionReferenceNo().value_or("");
 
-  struct Case {
+  const struct {
     std::string order, ref, endpoint, amount, description;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"DECL1", declinedRef, "doCancelRequest", "",
        "Cancel refused: the transaction did not succeed"},
       {"DECL1", declinedRef, "doRefundRequest", "1.00",
@@ -103,50 +100,32 @@ TEST_F(StateRules, FailedAndPendingPaymentsCanNeitherBeCancelledNorRefunded) {
       {"PEND1", pendingRef, "doCancelRequest", "", "Cancel refused: the payment is still pending"},
       {"PEND1", pendingRef, "doRefundRequest", "1.00",
        "Refund refused: the payment is still pending"},
+      {"NOSUCHORDER", "410000000001", "doRefundRequest", "1.00",
+       "Refund refused: transaction not found"},
+      {"KNOWN1", "999", "doRefundRequest", "1.00", "Refund refused: transaction not found"},
+      {"NOSUCHORDER", "410000000001", "doCancelRequest", "",
+       "Cancel refused: transaction not found"},
+      {"KNOWN1", ref, "doRefundRequest", "", "Refund refused: the amount is missing"},
+      {"KNOWN1", ref, "doRefundRequest", "0", "Refund refused: invalid amount"},
+      {"KNOWN1", ref, "doRefundRequest", "1.234", "Refund refused: invalid amount"},
+      {"KNOWN1", ref, "doRefundRequest", "abc", "Refund refused: invalid amount"},
+      {"KNOWN1", ref, "doCancelRequest", "5.00",
+       "Cancel refused: partial cancellation is not supported"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const PaymentResponse r = cancelOrRefund(c.endpoint, c.order, c.ref, c.amount);
     EXPECT_EQ(r.statusCode(), "F") << c.description;
     EXPECT_EQ(r.statusDescription(), c.description);
   }
+  EXPECT_EQ(sandbox_->transaction(kMid, "KNOWN1")->refundedMinor, 0);
   EXPECT_EQ(status("DECL1").statusDescription(), "Declined by issuer");
   EXPECT_EQ(status("PEND1").statusCode(), "P");
-}
-
-TEST_F(StateRules, UnknownOrdersWrongReferencesAndBadAmountsAreRefused) {
-  const PaymentResponse paid = payWithCard("KNOWN1", "20.00", "S", "4111111111111111");
-  const std::string ref = paid.transactionReferenceNo().value_or("");
-
   const PaymentResponse unknown = status("NOSUCHORDER");
   EXPECT_EQ(unknown.statusCode(), "F");
   EXPECT_EQ(unknown.statusDescription(), "Transaction not found");
   EXPECT_EQ(unknown.orderID(), "NOSUCHORDER");
   EXPECT_EQ(status("KNOWN1", "123").statusDescription(),
             "Transaction not found: the reference number does not match the order");
-
-  struct Case {
-    std::string endpoint, order, ref, amount, description;
-  };
-  const Case cases[] = {
-      {"doRefundRequest", "NOSUCHORDER", "410000000001", "1.00",
-       "Refund refused: transaction not found"},
-      {"doRefundRequest", "KNOWN1", "999", "1.00", "Refund refused: transaction not found"},
-      {"doCancelRequest", "NOSUCHORDER", "410000000001", "",
-       "Cancel refused: transaction not found"},
-      {"doRefundRequest", "KNOWN1", ref, "", "Refund refused: the amount is missing"},
-      {"doRefundRequest", "KNOWN1", ref, "0", "Refund refused: invalid amount"},
-      {"doRefundRequest", "KNOWN1", ref, "1.234", "Refund refused: invalid amount"},
-      {"doRefundRequest", "KNOWN1", ref, "1.2.3", "Refund refused: invalid amount"},
-      {"doRefundRequest", "KNOWN1", ref, "abc", "Refund refused: invalid amount"},
-      {"doCancelRequest", "KNOWN1", ref, "5.00",
-       "Cancel refused: partial cancellation is not supported"},
-  };
-  for (const Case& c : cases) {
-    const PaymentResponse r = cancelOrRefund(c.endpoint, c.order, c.ref, c.amount);
-    EXPECT_EQ(r.statusCode(), "F") << c.description;
-    EXPECT_EQ(r.statusDescription(), c.description);
-  }
-  EXPECT_EQ(sandbox_->transaction(kMid, "KNOWN1")->refundedMinor, 0);
 }
 
 TEST_F(StateRules, ARestartLosesNothing) {

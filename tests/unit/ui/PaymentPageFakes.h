@@ -45,16 +45,13 @@ struct FakeProgressBar : ProgressBarPort {
   float progress() const override { return progressValue; }
   void setHidden(bool value) override { hidden = value; }
   bool isHidden() const override { return hidden; }
-  void setProgressViewStyle(ProgressViewStyle value) override { style = value; }
-  void setTintColor(const Color& value) override { tint = value; }
-  void setAutoresizingMask(unsigned value) override { mask = value; }
+  void setProgressViewStyle(ProgressViewStyle) override {}
+  void setTintColor(const Color&) override {}
+  void setAutoresizingMask(unsigned) override {}
   void setFrame(const Rect& value) override { frame = value; }
 
   float progressValue = 0.0f;
   bool hidden = false;
-  ProgressViewStyle style = ProgressViewStyle::Bar;
-  Color tint;
-  unsigned mask = 0;
   Rect frame;
 };
 
