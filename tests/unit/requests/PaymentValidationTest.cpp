@@ -4,6 +4,7 @@
 
 #include <array>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "qipg/IPGCardCaptureRequest.h"
@@ -37,39 +38,29 @@ std::string validateCardCapture(const Args& a) {
 
 using Validate = std::string (*)(const Args&);
 
-// One argument changed from a valid set.
-struct Case {
-  Text Args::*field;
-  Text value;
-  std::string expected;
-};
+// One argument changed from a valid set, and the answer.
+using Case = std::tuple<Text Args::*, Text, std::string>;
 
 void expectAll(Validate validate, const std::vector<Case>& cases) {
-  for (const Case& c : cases) {
+  for (const auto& [field, value, expected] : cases) {
     Args args;
-    args.*c.field = c.value;
-    EXPECT_EQ(validate(args), c.expected) << c.value.value_or("<absent>");
+    args.*field = value;
+    EXPECT_EQ(validate(args), expected) << value.value_or("<absent>");
   }
 }
 
-// A field with a longest allowed value: absent and empty are missing, `max` characters of
-// `fill` pass, one more or a bad character is invalid.
-struct Limit {
-  Text Args::*field;
-  char fill;
-  std::size_t max;
-  const char* missing;
-  const char* invalid;
-  const char* badCharacter;
-};
+// A field with a longest allowed value (field, fill, max, missing, invalid, bad text): absent
+// and empty get the missing message; `max` characters of `fill` pass; one more, or the bad
+// text, get the invalid message.
+using Limit = std::tuple<Text Args::*, char, std::size_t, const char*, const char*, const char*>;
 
 void expectLimits(Validate validate, const std::vector<Limit>& limits) {
-  for (const Limit& l : limits) {
-    expectAll(validate, {{l.field, std::nullopt, l.missing},
-                         {l.field, "", l.missing},
-                         {l.field, rep(l.fill, l.max), "Success"},
-                         {l.field, rep(l.fill, l.max + 1), l.invalid},
-                         {l.field, l.badCharacter, l.invalid}});
+  for (const auto& [field, fill, max, missing, invalid, bad] : limits) {
+    expectAll(validate, {{field, std::nullopt, missing},
+                         {field, "", missing},
+                         {field, rep(fill, max), "Success"},
+                         {field, rep(fill, max + 1), invalid},
+                         {field, bad, invalid}});
   }
 }
 

@@ -49,79 +49,50 @@ TEST(ResponseParsersTest, FieldCountsAroundEachThreshold) {
   }
 }
 
-// Which answer field each property gets; kAbsent and kEmpty for the properties a parser does
-// not take from the answer.
-constexpr int kAbsent = -1, kEmpty = -2;
-struct Expect {
-  const Text& (R::*get)() const;
-  int field;
-};
-
-void expectMapping(Kind kind, int count, std::vector<Expect> table) {
-  const R r = parse(kind, fields(count));
-  const std::vector<const Text& (R::*)() const> extras = {
-      &R::addtionalField1, &R::addtionalField2, &R::addtionalField3, &R::addtionalField4,
-      &R::addtionalField5, &R::addtionalField6, &R::addtionalField7, &R::addtionalField8,
-      &R::addtionalField9, &R::addtionalField10};
-  const int first = kind == kCancelOrRefund ? 6 : 12;
-  for (int i = 0; i < 10; ++i) table.push_back({extras[i], first + i});
-  for (const Expect& e : table) {
-    const Text expected = e.field == kAbsent  ? Text()
-                          : e.field == kEmpty ? Text("")
-                                              : Text("f" + std::to_string(e.field));
-    EXPECT_EQ((r.*e.get)(), expected) << "field " << e.field;
-  }
-}
+using Getter = const Text& (R::*)() const;
 
 TEST(ResponseParsersTest, FieldOrderOfEachAnswer) {
-  expectMapping(kPayment, 22,
-                {{&R::orderID, 0},
-                 {&R::transactionReferenceNo, 1},
-                 {&R::rrn, 2},
-                 {&R::statusCode, 3},
-                 {&R::statusDescription, 4},
-                 {&R::amount, 5},
-                 {&R::transactionDateTime, 6},
-                 {&R::authnCode, 7},
-                 {&R::authzCode, 8},
-                 {&R::captureStatus, 9},
-                 {&R::pgRefCancelReqID, 10},
-                 {&R::refundAmount, 11},
-                 {&R::authNStatus, kAbsent},
-                 {&R::authZStatus, kAbsent},
-                 {&R::responseCode, kAbsent}});
-  expectMapping(kStatus, 23,
-                {{&R::transactionReferenceNo, 0},
-                 {&R::orderID, 1},
-                 {&R::amount, 2},
-                 {&R::authNStatus, 3},
-                 {&R::authZStatus, 4},
-                 {&R::captureStatus, 5},
-                 {&R::rrn, 6},
-                 {&R::authzCode, 7},
-                 {&R::responseCode, 8},
-                 {&R::transactionDateTime, 9},
-                 {&R::statusCode, 10},
-                 {&R::statusDescription, 11},
-                 {&R::authnCode, kAbsent},
-                 {&R::pgRefCancelReqID, kAbsent},
-                 {&R::refundAmount, kAbsent}});
-  expectMapping(kCancelOrRefund, 16,
-                {{&R::transactionReferenceNo, 0},
-                 {&R::orderID, 1},
-                 {&R::pgRefCancelReqID, 2},
-                 {&R::refundAmount, 3},
-                 {&R::statusCode, 4},
-                 {&R::statusDescription, 5},
-                 {&R::rrn, kEmpty},
-                 {&R::amount, kEmpty},
-                 {&R::transactionDateTime, kEmpty},
-                 {&R::authnCode, kEmpty},
-                 {&R::authzCode, kEmpty},
-                 {&R::captureStatus, kEmpty},
-                 {&R::authNStatus, kAbsent},
-                 {&R::authZStatus, kAbsent},
-                 {&R::responseCode, kAbsent}});
+  // The properties filled from fields 0, 1, 2... in turn, then the ten additional fields; the
+  // properties a parser does not take from the answer are left empty or absent.
+  const std::vector<Getter> extras = {&R::addtionalField1, &R::addtionalField2, &R::addtionalField3,
+                                      &R::addtionalField4, &R::addtionalField5, &R::addtionalField6,
+                                      &R::addtionalField7, &R::addtionalField8, &R::addtionalField9,
+                                      &R::addtionalField10};
+  const struct {
+    Kind kind;
+    int count;
+    std::vector<Getter> inOrder, empty, absent;
+  } answers[] = {{kPayment,
+                  22,
+                  {&R::orderID, &R::transactionReferenceNo, &R::rrn, &R::statusCode,
+                   &R::statusDescription, &R::amount, &R::transactionDateTime, &R::authnCode,
+                   &R::authzCode, &R::captureStatus, &R::pgRefCancelReqID, &R::refundAmount},
+                  {},
+                  {&R::authNStatus, &R::authZStatus, &R::responseCode}},
+                 {kStatus,
+                  23,
+                  {&R::transactionReferenceNo, &R::orderID, &R::amount, &R::authNStatus,
+                   &R::authZStatus, &R::captureStatus, &R::rrn, &R::authzCode, &R::responseCode,
+                   &R::transactionDateTime, &R::statusCode, &R::statusDescription},
+                  {},
+                  {&R::authnCode, &R::pgRefCancelReqID, &R::refundAmount}},
+                 {kCancelOrRefund,
+                  16,
+                  {&R::transactionReferenceNo, &R::orderID, &R::pgRefCancelReqID, &R::refundAmount,
+                   &R::statusCode, &R::statusDescription},
+                  {&R::rrn, &R::amount, &R::transactionDateTime, &R::authnCode, &R::authzCode,
+                   &R::captureStatus},
+                  {&R::authNStatus, &R::authZStatus, &R::responseCode}}};
+  for (const auto& answer : answers) {
+    const R r = parse(answer.kind, fields(answer.count));
+    std::vector<Getter> order = answer.inOrder;
+    order.insert(order.end(), extras.begin(), extras.end());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      EXPECT_EQ((r.*order[i])(), "f" + std::to_string(i)) << answer.kind;
+    }
+    for (Getter get : answer.empty) EXPECT_EQ((r.*get)(), "") << answer.kind;
+    for (Getter get : answer.absent) EXPECT_EQ((r.*get)(), std::nullopt) << answer.kind;
+  }
 }
 
 TEST(ResponseParsersTest, OnlyTheFirstFieldIsCleaned) {

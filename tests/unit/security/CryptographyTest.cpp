@@ -29,21 +29,6 @@ std::string plainBase64(const std::string& envelope) {
   return replaceAll(replaceAll(envelope, "%2B", "+"), "\r\n", "");
 }
 
-TEST_F(Envelope, RoundTripsWithAnyKeyAndBreaksAfter76) {
-  const std::string messages[] = {"", std::string(47, 'm'), std::string(48, 'm'),
-                                  "ORD1|h\xC3\xA9llo|w\xC3\xB6rld", std::string(200, 'z')};
-  for (const std::string& m : messages) {
-    for (const std::string& key :
-         {std::string(), std::string("8charkey"), std::string(33, 'K'), std::string(64, 'L')}) {
-      const std::string sealed = encryptTextWithEncKey(m, key);
-      EXPECT_EQ(decryptTextWithDecryptionKey(sealed, key), m) << m << " / " << key;
-      const std::string b64 = replaceAll(sealed, "%2B", "+");
-      EXPECT_EQ(b64.find("\r\n"), m.size() >= 48 ? 76 : std::string::npos);
-      EXPECT_EQ(plainBase64(sealed).size(), ((m.size() / 16 + 1) * 16 + 2) / 3 * 4);
-    }
-  }
-}
-
 TEST_F(Envelope, PlusIsEscapedAndOnlyTheExactEscapeIsRestored) {
   std::string message, sealed;
   for (int i = 0; sealed.find("%2B") == std::string::npos; ++i) {
@@ -63,6 +48,8 @@ TEST_F(Envelope, ReceivedTexts) {
   std::string noisy;
   for (char c : sealed) noisy += std::string(1, c) + (c == 'A' ? " \t*" : "");
   EXPECT_EQ(decryptTextWithDecryptionKey(noisy, "key"), message);
+  EXPECT_EQ(replaceAll(sealed, "%2B", "+").find("\r\n"), 76u);  // 64 bytes: 88 characters
+  EXPECT_EQ(decryptTextWithDecryptionKey(encryptTextWithEncKey(message, ""), ""), message);
   EXPECT_EQ(decryptTextWithDecryptionKey("QUJ", "key"), "");         // not whole groups
   EXPECT_EQ(decryptTextWithDecryptionKey("", "key"), std::nullopt);  // no block to decrypt
   EXPECT_EQ(decryptTextWithDecryptionKey(std::nullopt, "key"), std::nullopt);
@@ -116,7 +103,7 @@ TEST_F(Envelope, InteroperatesWithOpensslTool) {
       "openssl enc -aes-256-cbc -K " + hex(messageKey) + " -iv " + hex(kIv) + " -base64 -A";
 
   for (const std::string& message : {std::string("ORD-1|TXN-9|250.00|LKR"), std::string(),
-                                     std::string(200, 'x') + "|\xC3\xA9"}) {
+                                     std::string(48, 'm'), std::string(200, 'x') + "|\xC3\xA9"}) {
     const std::string sealed = encryptTextWithEncKey(message, merchantKey);
     std::ofstream(in, std::ios::binary) << message;
     const std::string fromTool = run(cipher + " -in " + in);

@@ -1,10 +1,10 @@
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -19,24 +19,20 @@ namespace {
 
 using internal::UserDefaults;
 
-UserDefaults::Options at(const std::string& path, int busyTimeoutMs = 3000) {
-  UserDefaults::Options options;
-  options.path = path;
-  options.busyTimeoutMs = busyTimeoutMs;
-  return options;
-}
+UserDefaults::Options at(const std::string& path, int waitMs = 3000) { return {path, waitMs}; }
 
 unsigned mode(const std::string& path) {
   struct stat st {};
   return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
 }
 
-void sql(const std::string& file, const char* statement) {
+// A second connection to a store's file, closed on scope exit.
+struct Db {
+  explicit Db(const std::string& file) { sqlite3_open(file.c_str(), &db); }
+  ~Db() { sqlite3_close(db); }
+  int exec(const char* statement) { return sqlite3_exec(db, statement, nullptr, nullptr, nullptr); }
   sqlite3* db = nullptr;
-  sqlite3_open(file.c_str(), &db);
-  EXPECT_EQ(sqlite3_exec(db, statement, nullptr, nullptr, nullptr), SQLITE_OK);
-  sqlite3_close(db);
-}
+};
 
 TEST(UserDefaults, PersistsAndOtherConnectionsSeeWritesAtOnce) {
   testing::TempDir dir;
@@ -52,11 +48,12 @@ TEST(UserDefaults, PersistsAndOtherConnectionsSeeWritesAtOnce) {
   }
   EXPECT_TRUE(writer.removeObjectForKey("iv"));
   EXPECT_EQ(reader.stringForKey("iv"), std::nullopt);
-  sql(file, "INSERT INTO defaults VALUES('number', 42)");
+  EXPECT_EQ(Db(file).exec("INSERT INTO defaults VALUES('number', 42)"), SQLITE_OK);
   EXPECT_EQ(reader.stringForKey("number"), std::nullopt);  // not a text
   EXPECT_TRUE(reader.hasValueForKey("number"));
 }
 
+// Two processes writing through their own connections, four threads on the standard store.
 TEST(UserDefaults, ProcessesAndThreadsWritingAtOnceLoseNothing) {
   testing::TempStore temp;
   const auto key = [](int writer, int i) {
@@ -117,8 +114,8 @@ TEST(UserDefaults, DamagedFilesAreSetAsideAndRecreated) {
     testing::TempDir dir;
     const std::string file = dir.file("defaults.sqlite3");
     if (!wholeFile) UserDefaults(at(file)).setString("k", "v");
-    std::fstream(file, std::ios::binary | std::ios::in | std::ios::out | std::ios::app).close();
-    std::fstream f(file, std::ios::binary | std::ios::in | std::ios::out);
+    std::fstream f(file, std::ios::binary | std::ios::in | std::ios::out |
+                             (wholeFile ? std::ios::trunc : std::ios::openmode()));
     f.seekp(wholeFile ? 0 : 4096);  // the header, or the table's page
     f << std::string(4096, '\xFF');
     f.close();
@@ -127,10 +124,8 @@ TEST(UserDefaults, DamagedFilesAreSetAsideAndRecreated) {
     EXPECT_TRUE(store.setString("k", "fresh"));
     EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "fresh");
     int asides = 0;
-    DIR* d = opendir(dir.path().c_str());
-    while (dirent* e = readdir(d))
-      asides += std::string(e->d_name).find(".corrupt-") != std::string::npos;
-    closedir(d);
+    for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+      asides += entry.path().string().find(".corrupt-") != std::string::npos;
     EXPECT_EQ(asides, 1) << wholeFile;
   }
 }
@@ -148,14 +143,13 @@ TEST(UserDefaults, UnusableStoresReadNothingAndDropWrites) {
   // Locked by another connection: calls give up after the busy timeout, then recover.
   const std::string file = dir.file("defaults.sqlite3");
   UserDefaults(at(file)).setString("k", "v");
-  sqlite3* holder = nullptr;
-  sqlite3_open(file.c_str(), &holder);
-  ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
   UserDefaults waiting(at(file, 50));
-  EXPECT_EQ(waiting.stringForKey("k"), std::nullopt);
-  EXPECT_FALSE(waiting.setString("k", "w"));
-  sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr);
-  sqlite3_close(holder);
+  {
+    Db holder(file);
+    ASSERT_EQ(holder.exec("BEGIN EXCLUSIVE"), SQLITE_OK);
+    EXPECT_EQ(waiting.stringForKey("k"), std::nullopt);
+    EXPECT_FALSE(waiting.setString("k", "w"));
+  }
   EXPECT_TRUE(waiting.setString("k", "w"));
   EXPECT_EQ(waiting.stringForKey("k"), "w");
 }
@@ -163,10 +157,9 @@ TEST(UserDefaults, UnusableStoresReadNothingAndDropWrites) {
 TEST(IVStore, LastStoredWinsAndEmptyKeyReadsNothing) {
   testing::TempStore temp;
   EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), std::nullopt);
-  for (const char* iv : {"4e9a1c07b3d58f26", "d2071f8be64c395a", "d2071f8be64c395a"}) {
-    CommonUtilities::SetRandomIV(iv, "randomIV");
-    EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), iv);
-  }
+  CommonUtilities::SetRandomIV("4e9a1c07b3d58f26", "randomIV");
+  CommonUtilities::SetRandomIV("d2071f8be64c395a", "randomIV");
+  EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), "d2071f8be64c395a");
   CommonUtilities::SetRandomIV("under empty key", "");
   EXPECT_EQ(UserDefaults::standard().stringForKey(""), "under empty key");
   EXPECT_EQ(CommonUtilities::getRandomIVforKey(""), std::nullopt);
