@@ -286,25 +286,45 @@ Reply Gateway::answerStatus(const std::string& key, const std::vector<std::strin
   return sealed(key, f);
 }
 
-Reply Gateway::answerCancel(const std::string& key, const std::vector<std::string>& slots) {
-  // MID|order|reference|amount|add1..add10, "-" for empty
-  const std::string& mid = slots[0];
-  const std::string orderId = slotValue(slots[1]);
-  const std::string ref = slotValue(slots[2]);
-  const std::string amount = slotValue(slots[3]);
-  std::vector<std::string> f(16);
-  f[0] = ref;
-  f[1] = orderId;
-  for (std::size_t i = 0; i < 10; ++i) f[6 + i] = slotValue(slots[4 + i]);
-  auto answer = [&](const std::string& code, const std::string& description) {
+namespace {
+
+// A cancel or refund request's 14 slots (MID|order|reference|amount|add1..add10, "-" for
+// empty) and the 16-field answer made from them.
+struct OperationAnswer {
+  explicit OperationAnswer(const std::vector<std::string>& slots)
+      : mid(slots[0]), orderId(slotValue(slots[1])), ref(slotValue(slots[2])),
+        amount(slotValue(slots[3])), f(16) {
+    f[0] = ref;
+    f[1] = orderId;
+    for (std::size_t i = 0; i < 10; ++i) f[6 + i] = slotValue(slots[4 + i]);
+  }
+  // Why the order id or reference number cannot name a transaction; absent when they can.
+  std::optional<std::string> invalidIdentifiers() const {
+    if (!isAlphanumeric(orderId, 30)) return "invalid order ID";
+    if (!isDigits(ref)) return "invalid transaction reference number";
+    return std::nullopt;
+  }
+  const std::vector<std::string>& fields(const std::string& code, const std::string& description) {
     f[4] = code;
     f[5] = description;
-    return sealed(key, f);
+    return f;
+  }
+  std::string mid, orderId, ref, amount;
+  std::vector<std::string> f;  // transactionReferenceNo|orderID|pgRefCancelReqID|refundAmount|...
+};
+
+}  // namespace
+
+Reply Gateway::answerCancel(const std::string& key, const std::vector<std::string>& slots) {
+  // MID|order|reference|amount|add1..add10, "-" for empty
+  OperationAnswer op(slots);
+  auto answer = [&](const std::string& code, const std::string& description) {
+    return sealed(key, op.fields(code, description));
   };
-  if (!isAlphanumeric(orderId, 30)) return answer("F", "Cancel refused: invalid order ID");
-  if (!isDigits(ref)) return answer("F", "Cancel refused: invalid transaction reference number");
-  auto record = store_.byOrder(mid, orderId);
-  if (!record || record->referenceNo != ref) {
+  const std::string& amount = op.amount;
+  if (auto refusal = op.invalidIdentifiers()) return answer("F", "Cancel refused: " + *refusal);
+  auto record = store_.byOrder(op.mid, op.orderId);
+  if (!record || record->referenceNo != op.ref) {
     return answer("F", "Cancel refused: transaction not found");
   }
   TxnRecord& r = *record;
@@ -330,32 +350,22 @@ Reply Gateway::answerCancel(const std::string& key, const std::vector<std::strin
   r.state = TxnState::kCancelled;
   const auto operationId = store_.saveOperation(r, "cancel", r.amountMinor);
   if (!operationId) return answer("F", "Cancel failed: the sandbox could not store it");
-  f[2] = *operationId;
+  op.f[2] = *operationId;
   return answer("S", "Transaction cancelled");
 }
 
 Reply Gateway::answerRefund(const std::string& key, const std::vector<std::string>& slots) {
-  const std::string& mid = slots[0];
-  const std::string orderId = slotValue(slots[1]);
-  const std::string ref = slotValue(slots[2]);
-  const std::string amount = slotValue(slots[3]);
-  std::vector<std::string> f(16);
-  f[0] = ref;
-  f[1] = orderId;
-  f[3] = amount;
-  for (std::size_t i = 0; i < 10; ++i) f[6 + i] = slotValue(slots[4 + i]);
+  OperationAnswer op(slots);
+  op.f[3] = op.amount;
   auto answer = [&](const std::string& code, const std::string& description) {
-    f[4] = code;
-    f[5] = description;
-    return sealed(key, f);
+    return sealed(key, op.fields(code, description));
   };
-  if (!isAlphanumeric(orderId, 30)) return answer("F", "Refund refused: invalid order ID");
-  if (!isDigits(ref)) return answer("F", "Refund refused: invalid transaction reference number");
-  if (amount.empty()) return answer("F", "Refund refused: the amount is missing");
-  const auto minor = parseAmount(amount);
+  if (auto refusal = op.invalidIdentifiers()) return answer("F", "Refund refused: " + *refusal);
+  if (op.amount.empty()) return answer("F", "Refund refused: the amount is missing");
+  const auto minor = parseAmount(op.amount);
   if (!minor || *minor == 0) return answer("F", "Refund refused: invalid amount");
-  auto record = store_.byOrder(mid, orderId);
-  if (!record || record->referenceNo != ref) {
+  auto record = store_.byOrder(op.mid, op.orderId);
+  if (!record || record->referenceNo != op.ref) {
     return answer("F", "Refund refused: transaction not found");
   }
   TxnRecord& r = *record;
@@ -380,8 +390,8 @@ Reply Gateway::answerRefund(const std::string& key, const std::vector<std::strin
   r.refundedMinor += *minor;
   const auto operationId = store_.saveOperation(r, "refund", *minor);
   if (!operationId) return answer("F", "Refund failed: the sandbox could not store it");
-  f[2] = *operationId;
-  f[3] = formatAmount(*minor);
+  op.f[2] = *operationId;
+  op.f[3] = formatAmount(*minor);
   const std::int64_t rest = r.capturedMinor - r.refundedMinor;
   return answer("S", "Refund of " + formatAmount(*minor) + " " + r.currency + " accepted; " +
                          (rest == 0 ? std::string("fully refunded")
