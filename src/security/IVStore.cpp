@@ -8,10 +8,9 @@ namespace qipg {
 void CommonUtilities::SetRandomIV(const Text& value, const Text& key) {
   if (!key) return;
   internal::UserDefaults& defaults = internal::UserDefaults::standard();
-  if (defaults.hasValueForKey(*key)) {
-    defaults.removeObjectForKey(*key);
-    defaults.synchronize();
-  }
+  // Replacing in one durable write has the end state of "remove, then store", without a
+  // moment in which another thread or process reads no IV, and without losing the old one
+  // when a busy store refuses the second write.
   if (value) {
     defaults.setString(*key, *value);
   } else {
