@@ -1,7 +1,5 @@
 // The three transaction-management operations (status, cancel, refund), the form post they
 // share, the client's shutdown and the delegate made of callables.
-#include <openssl/crypto.h>
-
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -15,19 +13,18 @@
 #include "qipg/QuandrelIPG.h"
 #include "qipg/RefundRequest.h"
 #include "qipg/StatusRequest.h"
+#include "requests/RequestCommon.h"
 
 namespace qipg {
 namespace {
 
-constexpr char kSuccess[] = "Success";
+using internal::kSuccess;
 
 // A merchant key kept for a request under way, wiped when the last holder lets it go.
 class SecretText {
  public:
   explicit SecretText(Text value) : value_(std::move(value)) {}
-  ~SecretText() {
-    if (value_ && !value_->empty()) OPENSSL_cleanse(value_->data(), value_->size());
-  }
+  ~SecretText() { internal::wipe(value_); }
   SecretText(const SecretText&) = delete;
   SecretText& operator=(const SecretText&) = delete;
   const Text& value() const { return value_; }
@@ -36,19 +33,6 @@ class SecretText {
   Text value_;
 };
 
-// Wipes the resolved key of an operation when it ends.
-class WipeOnExit {
- public:
-  explicit WipeOnExit(Text& key) : key_(key) {}
-  ~WipeOnExit() {
-    if (key_ && !key_->empty()) OPENSSL_cleanse(key_->data(), key_->size());
-  }
-  WipeOnExit(const WipeOnExit&) = delete;
-  WipeOnExit& operator=(const WipeOnExit&) = delete;
-
- private:
-  Text& key_;
-};
 
 enum class AnswerKind { kStatus, kCancelOrRefund };
 
@@ -93,7 +77,7 @@ void postSealed(const std::shared_ptr<QuandrelIPG>& client, const CommonUtilitie
                 SealedCall call, const Text& key,
                 const std::shared_ptr<IPGResponseDelegate>& delegate) {
   const std::string envelope = encryptTextWithEncKey(call.plainMessage, key);
-  OPENSSL_cleanse(call.plainMessage.data(), call.plainMessage.size());
+  internal::wipe(call.plainMessage);
   const std::string body =
       "merchantReqStrT=" + envelope + call.midField + call.mid.value_or("") + "&iosEnc=true";
   auto secret = std::make_shared<SecretText>(key);
@@ -150,7 +134,7 @@ void QuandrelIPG::getTransactionStatus(
     const Text& encryptionString,
     const std::shared_ptr<IPGResponseDelegate>& statusResponseDelegate) {
   auto [mid, key] = storeAndResolveCredentials(merchantID, encryptionString);
-  WipeOnExit wipe(key);
+  internal::WipeOnExit wipe(key);
   StatusRequest validation;
   const std::string verdict =
       validation.validateInputForStatusRequest(orderID, transactionRefNumber, mid, key);
@@ -169,7 +153,7 @@ void QuandrelIPG::cancelTransaction(
     const std::shared_ptr<IPGResponseDelegate>& cancelResponseDelegate) {
   CancelRequest validation;
   auto [mid, key] = storeAndResolveCredentials(merchantID, encryptionString);
-  WipeOnExit wipe(key);
+  internal::WipeOnExit wipe(key);
   const std::string verdict =
       validation.validateInputForCancelRequest(orderID, transactionRefNumber, mid, key);
   if (verdict != kSuccess) return reportInputError(cancelResponseDelegate, verdict);
@@ -193,7 +177,7 @@ void QuandrelIPG::refundTransaction(
     const Text& merchantID, const Text& encryptionString,
     const std::shared_ptr<IPGResponseDelegate>& refundResponseDelegate) {
   auto [mid, key] = storeAndResolveCredentials(merchantID, encryptionString);
-  WipeOnExit wipe(key);
+  internal::WipeOnExit wipe(key);
   RefundRequest validation;
   const std::string verdict = validation.validateInputForRefundRequest(
       orderID, transactionRefNumber, transactionAmount, mid, key);

@@ -1,5 +1,4 @@
 // The two payment operations and the payment page request they return.
-#include <openssl/crypto.h>
 
 #include <string>
 #include <utility>
@@ -7,11 +6,12 @@
 #include "qipg/IPGCardCaptureRequest.h"
 #include "qipg/IPGStandardRequest.h"
 #include "qipg/QuandrelIPG.h"
+#include "requests/RequestCommon.h"
 
 namespace qipg {
 namespace {
 
-constexpr const char* kSuccess = "Success";
+using internal::kSuccess;
 constexpr const char* kResponsePage = "paymentInvoice";
 
 // The request type codes the builders expect. The standard payment passes "NULL" on for an
@@ -34,19 +34,6 @@ const char* cardCaptureTypeCode(std::uint64_t transactionType) {
 
 const char* paymentTypeCode(std::uint64_t paymentType) { return paymentType == 0 ? "CC" : "DC"; }
 
-// Wipes a copy of the merchant key when the operation ends.
-class KeyWiper {
- public:
-  explicit KeyWiper(Text& key) : key_(key) {}
-  ~KeyWiper() {
-    if (key_ && !key_->empty()) OPENSSL_cleanse(key_->data(), key_->size());
-  }
-  KeyWiper(const KeyWiper&) = delete;
-  KeyWiper& operator=(const KeyWiper&) = delete;
-
- private:
-  Text& key_;
-};
 
 void reportFailure(const std::shared_ptr<IPGResponseDelegate>& delegate,
                    const std::string& message) {
@@ -84,7 +71,7 @@ std::optional<URLRequest> QuandrelIPG::getStandardPaymentRequest(
     const std::shared_ptr<IPGResponseDelegate>& requestDelegate) {
   const std::string typeCode = standardTypeCode(transactionType);
   std::pair<Text, Text> credentials = storeAndResolveCredentials(mid, encryptionString);
-  KeyWiper wiper(credentials.second);
+  internal::WipeOnExit wiper(credentials.second);
   const Text& resolvedMID = credentials.first;
   const Text& resolvedKey = credentials.second;
   const std::string responseURL = CurrentDomainURL_ + kResponsePage;
@@ -126,7 +113,7 @@ std::optional<URLRequest> QuandrelIPG::getCardCapturePaymentRequest(
   const std::string typeCode = cardCaptureTypeCode(transactionType);
   const std::string payTypeCode = paymentTypeCode(paymentType);
   std::pair<Text, Text> credentials = storeAndResolveCredentials(mid, encryptionString);
-  KeyWiper wiper(credentials.second);
+  internal::WipeOnExit wiper(credentials.second);
   const Text& resolvedMID = credentials.first;
   const Text& resolvedKey = credentials.second;
   const std::string responseURL = CurrentDomainURL_ + kResponsePage;

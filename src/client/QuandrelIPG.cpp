@@ -1,12 +1,11 @@
 #include "qipg/QuandrelIPG.h"
 
-#include <openssl/crypto.h>
-
 #include <exception>
 #include <utility>
 
 #include "client/InfoPlist.h"
 #include "client/Transport.h"
+#include "security/Wipe.h"
 
 namespace qipg {
 namespace {
@@ -21,11 +20,8 @@ constexpr const char* kIVKey = "randomIV";
 
 bool isMissing(const Text& value) { return !value || value->empty(); }
 
-// Replaces `field` with `value`, wiping the old text first.
-void replaceWiped(Text& field, Text value) {
-  if (field && !field->empty()) OPENSSL_cleanse(field->data(), field->size());
-  field = std::move(value);
-}
+// Replaces `field` with `value`, wiping the old text and what is left of the argument.
+void replaceWiped(Text& field, Text value) { internal::replaceWiping(field, value); }
 
 }  // namespace
 

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "qipg/Types.h"
+#include "security/Wipe.h"
 
 namespace qipg::internal {
 
@@ -49,13 +50,5 @@ extern const std::array<std::string_view, 10> kAddFieldNames;
 // absent") for the first absent slot, before anything is built.
 std::string joinSlots(std::span<const Slot> slots);
 
-// ---- wiping
-
-// Overwrites the whole buffer of `text` (its spare capacity included) and empties it.
-void wipe(std::string& text);
-// The same for a present text; an absent one is left absent.
-void wipe(Text& text);
-// Replaces `field` by `value`, wiping the old value and the argument's buffer.
-void replaceWiping(Text& field, Text& value);
 
 }  // namespace qipg::internal
