@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -13,11 +12,11 @@
 #include <iomanip>
 #include <iostream>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "Answer.h"
 #include "Command.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
@@ -82,35 +81,11 @@ bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
   return qipg::runMainLoopUntil(done, seconds);
 }
 
-// What a management call told its delegate, handed over from the transport thread.
-class Answer {
- public:
-  std::shared_ptr<qipg::IPGResponseDelegate> delegate() {
-    return qipg::makeResponseDelegate(
-        [this](const qipg::PaymentResponse& r) { set(r, std::nullopt); },
-        [this](const std::string& message) { set(std::nullopt, message); });
-  }
-  // Waits (bounded) for the record or the input error.
-  bool wait() {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(30), [this] { return told_; });
-  }
-  std::optional<qipg::PaymentResponse> record;
-  std::optional<std::string> inputError;
-
- private:
-  void set(std::optional<qipg::PaymentResponse> r, std::optional<std::string> error) {
-    std::lock_guard lock(mutex_);
-    if (told_) return;
-    record = std::move(r);
-    inputError = std::move(error);
-    told_ = true;
-    changed_.notify_all();
-  }
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  bool told_ = false;
-};
+// The record of a management call, waited for (bounded).
+std::optional<qipg::PaymentResponse> awaitRecord(Answer& answer) {
+  answer.waitFor(std::chrono::seconds(30));
+  return answer.record();
+}
 
 class Tour {
  public:
@@ -330,10 +305,11 @@ class Tour {
   }
 
   bool status() {
-    Answer answer;
-    client_->getTransactionStatus(orderA_, refA_, mid(), key(), answer.delegate());
-    if (!answer.wait() || !answer.record) return false;
-    const auto& r = *answer.record;
+    const auto answer = Answer::create();
+    client_->getTransactionStatus(orderA_, refA_, mid(), key(), answer->delegate());
+    const auto record = awaitRecord(*answer);
+    if (!record) return false;
+    const auto& r = *record;
     rows_.push_back(rowOf("status inquiry", r,
                           "amount " + orEmpty(r.amount()) + ", captured " +
                               orEmpty(r.captureStatus())));
@@ -341,31 +317,33 @@ class Tour {
   }
 
   bool refund() {
-    Answer answer;
+    const auto answer = Answer::create();
     client_->refundTransaction(orderA_, refA_, std::string("500.00"), mid(), key(),
-                               answer.delegate());
-    if (!answer.wait() || !answer.record) return false;
-    const auto& r = *answer.record;
+                               answer->delegate());
+    const auto record = awaitRecord(*answer);
+    if (!record) return false;
+    const auto& r = *record;
     rows_.push_back(rowOf("partial refund", r, "refunded " + orEmpty(r.refundAmount())));
     return r.statusCode() == "S";
   }
 
   bool cancel() {
-    Answer answer;
-    client_->cancelTransaction(orderB_, refB_, mid(), key(), answer.delegate());
-    if (!answer.wait() || !answer.record) return false;
-    const auto& r = *answer.record;
+    const auto answer = Answer::create();
+    client_->cancelTransaction(orderB_, refB_, mid(), key(), answer->delegate());
+    const auto record = awaitRecord(*answer);
+    if (!record) return false;
+    const auto& r = *record;
     rows_.push_back(rowOf("cancel", r, "request " + orEmpty(r.pgRefCancelReqID())));
     return r.statusCode() == "S";
   }
 
   bool inputError() {
-    Answer answer;
+    const auto answer = Answer::create();
     // A hyphen is not allowed in an order id: the client answers at once, sending nothing.
-    client_->getTransactionStatus(std::string("ORDER-1"), refA_, mid(), key(), answer.delegate());
-    if (!answer.inputError) return false;
-    rows_.push_back({"status (bad order id)", "ORDER-1", "error", *answer.inputError,
-                     "nothing sent"});
+    client_->getTransactionStatus(std::string("ORDER-1"), refA_, mid(), key(), answer->delegate());
+    const std::optional<std::string> error = answer->inputError();
+    if (!error) return false;
+    rows_.push_back({"status (bad order id)", "ORDER-1", "error", *error, "nothing sent"});
     return true;
   }
 

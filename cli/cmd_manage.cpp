@@ -2,13 +2,11 @@
 // through the library's own management operations, and print the record that comes back.
 #include <charconv>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -16,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "Answer.h"
 #include "Command.h"
 #include "Output.h"
 #include "Credentials.h"
@@ -109,28 +108,6 @@ std::optional<qipg::GatewayConfig> gateway(const Args& args, std::uint64_t envir
   return config;
 }
 
-// What the delegate was told, handed from the transport thread to the waiting one.
-class Outcome {
- public:
-  void setResponse(const qipg::PaymentResponse& response) {
-    std::lock_guard lock(mutex_);
-    if (response_) return;
-    response_ = response;
-    changed_.notify_all();
-  }
-
-  std::optional<qipg::PaymentResponse> waitFor(std::chrono::seconds limit) {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, limit, [this] { return response_.has_value(); });
-    return response_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::optional<qipg::PaymentResponse> response_;
-};
-
 int runManagement(const Args& args, Operation operation, const char* command) {
   const std::string prefix = std::string("ipg ") + command + ": ";
   if (std::optional<std::string> problem = unknownArgument(args, operation)) {
@@ -162,11 +139,8 @@ int runManagement(const Args& args, Operation operation, const char* command) {
     return 1;
   }
 
-  auto outcome = std::make_shared<Outcome>();
-  std::optional<std::string> inputError;
-  auto delegate = qipg::makeResponseDelegate(
-      [outcome](const qipg::PaymentResponse& response) { outcome->setResponse(response); },
-      [&inputError](const std::string& message) { inputError = message; });
+  const auto answer = Answer::create();
+  const auto delegate = answer->delegate();
   const MerchantCredentials credentials = merchantCredentials(args);
   const qipg::Text order = flagValue(args, "order");
   const qipg::Text ref = flagValue(args, "ref");
@@ -182,13 +156,13 @@ int runManagement(const Args& args, Operation operation, const char* command) {
                                 credentials.key, delegate);
       break;
   }
-  if (inputError) {
+  if (const std::optional<std::string> inputError = answer->inputError()) {
     std::cerr << prefix << *inputError << "\n";
     return 1;
   }
   // The transport gives up by itself at the limit; the grace covers the rest.
-  const std::optional<qipg::PaymentResponse> response =
-      outcome->waitFor(std::chrono::seconds(*limit + 5));
+  answer->waitFor(std::chrono::seconds(*limit + 5));
+  const std::optional<qipg::PaymentResponse> response = answer->record();
   client->shutdown();
   if (!response) {
     std::cerr << prefix << "no answer within " << *limit << " s\n";
