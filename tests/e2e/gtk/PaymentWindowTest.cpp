@@ -23,17 +23,7 @@ constexpr char kUnusedBaseURL[] = "https://gateway.invalid/ipg/";
 
 // Iterates the main loop until `done()`; false when `seconds` pass first.
 bool spinUntil(const std::function<bool()>& done, unsigned seconds = 120) {
-  bool timedOut = false;
-  const guint timer = g_timeout_add_seconds(
-      seconds,
-      [](gpointer flag) -> gboolean {
-        *static_cast<bool*>(flag) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &timedOut);
-  while (!done() && !timedOut) g_main_context_iteration(nullptr, TRUE);
-  if (!timedOut) g_source_remove(timer);
-  return !timedOut;
+  return runMainLoopUntil(done, seconds);
 }
 
 std::unique_ptr<sandbox::Sandbox> startSandbox(const std::string& name) {
