@@ -24,4 +24,5 @@
 #include "qipg/TransportError.h"
 #include "qipg/Types.h"
 #include "qipg/URLRequest.h"
+#include "qipg/Version.h"
 #include "qipg/WebviewController.h"
