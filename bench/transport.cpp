@@ -3,15 +3,17 @@
 // - one status call through the library (seal, post, open, parse, delegate) against one bare
 //   libcurl POST of the same form with the same connection reuse, and against that post plus
 //   the same sealing, opening and parsing on the calling thread;
-// - 1,000 status calls under way at once on one client against 1,000 bare posts at once on
-//   one multi handle with the library's connection limits; the library's run also reports
-//   the peak RSS and the process's thread count (the sandbox's threads included, it runs in
-//   this process).
+// - 1,000 and 10,000 status calls queued at once on one client against as many bare posts at
+//   once on one multi handle with the library's connection limits; the library's runs also
+//   report the whole process's peak RSS during the run and its thread count (the sandbox's
+//   threads included, it runs in this process) and check that every call was answered
+//   exactly once. Target for 10,000: within 64 MiB peak RSS.
 #include <curl/curl.h>
 #include <stdlib.h>
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
@@ -32,11 +34,13 @@ namespace {
 const std::string kMID = qipg::sandbox::kTestMerchantId;
 const std::string kKey = qipg::sandbox::kTestMerchantKey;
 constexpr int kAtOnce = 1000;
+constexpr int kManyAtOnce = 10000;
 
 // The sandbox and the client, set up once for the whole run in a private directory.
 struct Setup {
   std::filesystem::path dir;
   std::unique_ptr<qipg::sandbox::Sandbox> sandbox;
+  qipg::GatewayConfig config;
   std::shared_ptr<qipg::QuandrelIPG> client;
   std::string statusURL;
   std::string form;  // the status form the library posts for the same order
@@ -51,7 +55,6 @@ struct Setup {
     std::string error;
     sandbox = qipg::sandbox::Sandbox::start(options, &error);
     if (!sandbox) std::abort();
-    qipg::GatewayConfig config;
     config.testBaseURL = sandbox->baseURL();
     config.caFile = sandbox->caFile();
     client = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, config);
@@ -111,11 +114,20 @@ long threadCount() {
   return -1;
 }
 
+// The process's peak RSS since the last resetPeakRss() (or since it started).
 long peakRssKiB() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmHWM:", 0) == 0) return std::stol(line.substr(6));
+  }
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   return usage.ru_maxrss;
 }
+
+// Starts the peak RSS afresh from the current RSS, where the kernel allows it.
+void resetPeakRss() { std::ofstream("/proc/self/clear_refs") << "5"; }
 
 std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
 
@@ -197,31 +209,49 @@ void BM_StatusBareCurlWithEnvelope(benchmark::State& state) {
 }
 BENCHMARK(BM_StatusBareCurlWithEnvelope)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
-void BM_ThousandStatusCallsThroughLibrary(benchmark::State& state) {
+void BM_StatusCallsAtOnceThroughLibrary(benchmark::State& state) {
   Setup& s = setup();
+  const int calls = static_cast<int>(state.range(0));
   Counter counter;
+  std::atomic<int> failed{0};  // "F": the call did not get through
   auto delegate =
-      qipg::makeResponseDelegate([&counter](const qipg::PaymentResponse&) { counter.add(); });
+      qipg::makeResponseDelegate([&counter, &failed](const qipg::PaymentResponse& response) {
+        if (response.statusCode() == qipg::Text("F")) ++failed;
+        counter.add();
+      });
   long threads = 0;
+  resetPeakRss();
   for (auto _ : state) {
-    counter.reset(kAtOnce);
-    for (int i = 0; i < kAtOnce; ++i) {
+    counter.reset(calls);
+    for (int i = 0; i < calls; ++i) {
       s.client->getTransactionStatus("BENCH1", "", kMID, kKey, delegate);
     }
     threads = std::max(threads, threadCount());
     counter.wait();
   }
+  // Answered exactly once: no late second answer either.
+  s.client->shutdown();
+  if (counter.answered() != calls) state.SkipWithError("not every call answered exactly once");
+  s.client = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, s.config);
   state.counters["answered"] = counter.answered();
+  state.counters["failed"] = failed.load();
   state.counters["threads"] = static_cast<double>(threads);
-  state.counters["peak_rss_KiB"] = static_cast<double>(peakRssKiB());
+  state.counters["peak_rss_MiB"] = static_cast<double>(peakRssKiB()) / 1024.0;
 }
-BENCHMARK(BM_ThousandStatusCallsThroughLibrary)
+BENCHMARK(BM_StatusCallsAtOnceThroughLibrary)
+    ->Arg(kAtOnce)
     ->Iterations(3)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StatusCallsAtOnceThroughLibrary)
+    ->Arg(kManyAtOnce)
+    ->Iterations(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
-void BM_ThousandBareCurlPosts(benchmark::State& state) {
+void BM_BareCurlPostsAtOnce(benchmark::State& state) {
   Setup& s = setup();
+  const int calls = static_cast<int>(state.range(0));
   curl_slist* headers = formHeaders(s);
   CURLM* multi = curl_multi_init();
   curl_multi_setopt(multi, CURLMOPT_MAXCONNECTS, 12L);
@@ -230,7 +260,7 @@ void BM_ThousandBareCurlPosts(benchmark::State& state) {
   for (auto _ : state) {
     answered = 0;
     std::vector<CURL*> easies;
-    for (int i = 0; i < kAtOnce; ++i) {
+    for (int i = 0; i < calls; ++i) {
       easies.push_back(bareEasy(s, headers));
       curl_multi_add_handle(multi, easies.back());
     }
@@ -252,7 +282,16 @@ void BM_ThousandBareCurlPosts(benchmark::State& state) {
   curl_multi_cleanup(multi);
   curl_slist_free_all(headers);
 }
-BENCHMARK(BM_ThousandBareCurlPosts)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BareCurlPostsAtOnce)
+    ->Arg(kAtOnce)
+    ->Iterations(3)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_BareCurlPostsAtOnce)
+    ->Arg(kManyAtOnce)
+    ->Iterations(1)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
@@ -263,7 +302,9 @@ int main(int argc, char** argv) {
       argc, argv,
       {{"BM_StatusThroughLibrary/real_time", "BM_StatusBareCurl/real_time"},
        {"BM_StatusThroughLibrary/real_time", "BM_StatusBareCurlWithEnvelope/real_time"},
-       {"BM_ThousandStatusCallsThroughLibrary/iterations:3/real_time",
-        "BM_ThousandBareCurlPosts/iterations:3/real_time"}});
+       {"BM_StatusCallsAtOnceThroughLibrary/1000/iterations:3/real_time",
+        "BM_BareCurlPostsAtOnce/1000/iterations:3/real_time"},
+       {"BM_StatusCallsAtOnceThroughLibrary/10000/iterations:1/real_time",
+        "BM_BareCurlPostsAtOnce/10000/iterations:1/real_time"}});
   return result;
 }

@@ -113,11 +113,27 @@ struct State {
 };
 
 // Hands `reply` to `completion` on a completion thread; the completion is released there too.
-void deliver(CompletionPool& pool, Completion completion, TransportReply reply) {
+void deliver(CompletionPool& pool, Completion completion, TransportReply reply) noexcept {
   if (!completion) return;
-  pool.submit([completion = std::move(completion), reply = std::move(reply)] {
-    completion(reply);
-  });
+  struct Job {
+    Job(Completion&& c, TransportReply&& r) : completion(std::move(c)), reply(std::move(r)) {}
+    Completion completion;
+    TransportReply reply;
+  };
+  std::shared_ptr<Job> job;
+  try {
+    // Moved from only once the memory is there.
+    job = std::make_shared<Job>(std::move(completion), std::move(reply));
+  } catch (...) {
+    // Out of memory: better here than never.
+    try {
+      completion(failure(TransportError::kOwnReason, "out of memory"));
+    } catch (...) {
+    }
+    return;
+  }
+  // A shared_ptr fits std::function's own storage: handing it over allocates nothing.
+  pool.submit([job = std::move(job)] { job->completion(job->reply); });
 }
 
 std::size_t onAnswerBytes(char* data, std::size_t size, std::size_t count, void* user) {

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -26,11 +27,13 @@ using qipg::internal::Transport;
 using qipg::internal::TransportReply;
 
 // Listens on 127.0.0.1 (ephemeral port) and serves one connection at a time: reads a request
-// (head, then Content-Length bytes), keeps it, then sends `answer` and closes, or with an
-// empty `answer` says nothing until stopped. Stopped and joined on scope exit.
+// (head, then Content-Length bytes), keeps it, then sends `answer` (a byte at a time every
+// 200 ms when `trickle`) and closes, or with an empty `answer` says nothing until the client
+// closes the connection. Stopped and joined on scope exit.
 class CaptureServer {
  public:
-  explicit CaptureServer(std::string answer) : answer_(std::move(answer)) {
+  explicit CaptureServer(std::string answer, bool trickle = false)
+      : answer_(std::move(answer)), trickle_(trickle) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -48,7 +51,6 @@ class CaptureServer {
     (void)!::write(stop_[1], "x", 1);
     thread_.join();
     for (int fd : {listener_, stop_[0], stop_[1]}) ::close(fd);
-    for (int fd : held_) ::close(fd);
   }
 
   static std::string answer(const std::string& body, int status = 200) {
@@ -64,11 +66,20 @@ class CaptureServer {
     arrived_.wait(lock, [&] { return requests_.size() >= count; });
     return requests_;
   }
+  std::size_t connections() {
+    std::lock_guard lock(mutex_);
+    return requests_.size();
+  }
+  // Blocks until the client has closed `count` connections the server left unanswered.
+  void closedByClient(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    arrived_.wait(lock, [&] { return closed_ >= count; });
+  }
 
  private:
-  bool readable(int fd) {
+  bool readable(int fd, int timeoutMs = -1) {
     pollfd fds[2] = {{fd, POLLIN, 0}, {stop_[0], POLLIN, 0}};
-    while (::poll(fds, 2, -1) < 0) {
+    while (::poll(fds, 2, timeoutMs) < 0) {
     }
     return fds[1].revents == 0;
   }
@@ -95,12 +106,16 @@ class CaptureServer {
         arrived_.notify_all();
       }
       if (answer_.empty()) {
-        held_.push_back(fd);
-        continue;
+        while (readable(fd) && ::recv(fd, buffer, sizeof buffer, 0) > 0) {
+        }
+        std::lock_guard lock(mutex_);
+        ++closed_;
+        arrived_.notify_all();
       }
       for (std::size_t sent = 0; sent < answer_.size();) {
-        const ssize_t n = ::send(fd, answer_.data() + sent, answer_.size() - sent, MSG_NOSIGNAL);
-        if (n <= 0) break;
+        const std::size_t chunk = trickle_ ? 1 : answer_.size() - sent;
+        const ssize_t n = ::send(fd, answer_.data() + sent, chunk, MSG_NOSIGNAL);
+        if (n <= 0 || (trickle_ && !readable(stop_[0], 200))) break;
         sent += static_cast<std::size_t>(n);
       }
       ::close(fd);
@@ -108,8 +123,9 @@ class CaptureServer {
   }
 
   std::string answer_;
+  bool trickle_;
   int listener_ = -1, stop_[2] = {-1, -1}, port_ = 0;
-  std::vector<int> held_;
+  std::size_t closed_ = 0;
   std::mutex mutex_;
   std::condition_variable arrived_;
   std::vector<std::string> requests_;
@@ -152,6 +168,7 @@ int headerCount(const std::string& raw, const std::string& prefix) {
 }
 
 class TransportTest : public ClientTest {};
+class TransportStall : public ClientTest {};
 
 TEST_F(TransportTest, PostsGoOutExactlyAsBuilt) {
   struct Row {
@@ -214,6 +231,7 @@ TEST_F(TransportTest, AnswersAndFailuresOfEveryKind) {
     Text answer;
     std::string error;  // "" none, "*" libcurl's own message
     int code = 0;
+    bool trickle = false;
   };
   const std::vector<Row> rows = {
       {"plain answer", CaptureServer::answer("a|b"), bareRequest("", "x"), "a|b", ""},
@@ -224,6 +242,9 @@ TEST_F(TransportTest, AnswersAndFailuresOfEveryKind) {
       {"over 1 MiB", CaptureServer::answer(oneMiB + "a"), bareRequest("", "x"), std::nullopt,
        "answer larger than 1 MiB", TransportError::kOwnReason},
       {"never answers", "", bareRequest("", "x", 0.3), std::nullopt, "*", 28},
+      // Bytes keep coming, so the idle limit never strikes; the overall limit still does.
+      {"trickles past the overall limit", CaptureServer::answer(std::string(50, 'a')),
+       bareRequest("", "x", 1.0), std::nullopt, "*", 28, true},
       {"no URL", "", noURL, std::nullopt, "no URL", TransportError::kOwnReason},
       {"line break in a header", "", injected, std::nullopt, "malformed header field",
        TransportError::kOwnReason},
@@ -232,7 +253,7 @@ TEST_F(TransportTest, AnswersAndFailuresOfEveryKind) {
   auto transport = Transport::create(qipg::GatewayConfig{});
   for (const Row& row : rows) {
     SCOPED_TRACE(row.name);
-    CaptureServer server(row.serverAnswer);
+    CaptureServer server(row.serverAnswer, row.trickle);
     URLRequest request = row.request;
     if (request.url && request.url->empty()) request.url = server.url();
     const Outcome outcome = postAndWait(*transport, request);
@@ -299,6 +320,111 @@ TEST_F(TransportTest, CompletionMayPostAgainAndThrow) {
     throw std::runtime_error("the host's own failure");
   });
   EXPECT_EQ(second.get_future().get(), Text("ok"));
+}
+
+TEST_F(TransportTest, CancelEndsAQueuedOrRunningRequestOnce) {
+  CaptureServer server("");
+  auto transport = Transport::create(qipg::GatewayConfig{});
+  const int requests = static_cast<int>(Transport::kMaxLiveTransfers) + 1;
+  std::mutex mutex;
+  std::vector<std::vector<TransportReply>> replies(requests);
+  std::vector<std::promise<void>> done(requests);
+  std::vector<qipg::internal::RequestId> ids;
+  for (int i = 0; i < requests; ++i) {
+    ids.push_back(transport->post(bareRequest(server.url(), std::to_string(i)),
+                                  [&, i](const TransportReply& reply) {
+                                    std::lock_guard lock(mutex);
+                                    replies[i].push_back(reply);
+                                    done[i].set_value();
+                                  }));
+  }
+  // The last one waits behind the live ones; the one the server holds is under way.
+  const std::string first = server.requests(1)[0];
+  const int running = std::stoi(first.substr(first.find("\r\n\r\n") + 4));
+  for (int i : {requests - 1, running}) {
+    transport->cancel(ids[i]);
+    done[i].get_future().wait();
+  }
+  server.closedByClient(1);
+  // Unknown, finished or repeated ids change nothing.
+  for (auto id : {qipg::internal::RequestId{0}, ids[running], ids.back() + 100}) {
+    transport->cancel(id);
+  }
+  transport->shutdown();
+  std::lock_guard lock(mutex);
+  for (int i = 0; i < requests; ++i) {
+    ASSERT_EQ(replies[i].size(), 1u) << i;
+    const TransportError error = replies[i][0].error.value_or(TransportError{});
+    const bool cancelled = i == running || i == requests - 1;
+    EXPECT_EQ(error.code, cancelled ? TransportError::kCancelled : TransportError::kShutDown);
+    EXPECT_EQ(error.message, cancelled ? "request cancelled" : "transport shut down");
+    if (cancelled) EXPECT_EQ(error.requestSent, i == running) << i;
+  }
+}
+
+TEST_F(TransportTest, ASlowCompletionHoldsBackNoOtherAnswer) {
+  CaptureServer server(CaptureServer::answer("ok"));
+  std::promise<void> slowStarted, otherDone;
+  std::promise<bool> otherCameMeanwhile;
+  std::promise<Text> otherAnswer;
+  auto transport = Transport::create(qipg::GatewayConfig{});
+  transport->post(bareRequest(server.url(), "slow"), [&](const TransportReply&) {
+    slowStarted.set_value();
+    // Bounded, so that a failure ends the test instead of hanging it.
+    otherCameMeanwhile.set_value(otherDone.get_future().wait_for(std::chrono::seconds(30)) ==
+                                 std::future_status::ready);
+  });
+  slowStarted.get_future().wait();
+  transport->post(bareRequest(server.url(), "other"), [&](const TransportReply& reply) {
+    otherAnswer.set_value(reply.answer);
+    otherDone.set_value();
+  });
+  EXPECT_TRUE(otherCameMeanwhile.get_future().get());
+  EXPECT_EQ(otherAnswer.get_future().get(), Text("ok"));
+}
+
+TEST_F(TransportTest, LoopbackHostsNeverGoThroughAProxy) {
+  CaptureServer server(CaptureServer::answer("direct"));
+  CaptureServer proxy(CaptureServer::answer("proxied"));
+  const std::string port = std::to_string(server.port());
+  ScopedEnv httpProxy("http_proxy", "http://127.0.0.1:" + std::to_string(proxy.port()));
+  ScopedEnv noProxy("no_proxy", std::nullopt);
+  ScopedEnv upperNoProxy("NO_PROXY", std::nullopt);
+  struct Row {
+    std::string url;
+    Text answer;
+  };
+  const std::vector<Row> rows = {
+      {"http://127.0.0.1:" + port + "/ipg/x", "direct"},
+      {"http://localhost:" + port + "/ipg/x", "direct"},
+      {"http://127.1:" + port + "/ipg/x", "direct"},
+      // Any other host is left to the proxy the environment names.
+      {"http://gateway.invalid/ipg/x", "proxied"},
+  };
+  auto transport = Transport::create(qipg::GatewayConfig{});
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.url);
+    EXPECT_EQ(postAndWait(*transport, bareRequest(row.url, "x")).answer, row.answer);
+  }
+  EXPECT_EQ(proxy.connections(), 1u);
+}
+
+// A server that accepts and never answers, and a transport with the default configuration
+// only: the call still ends, by the default idle limit (a minute). Its own test entry, as it
+// takes that long.
+TEST_F(TransportStall, SilentServerEndsByTheDefaultLimits) {
+  CaptureServer server("");
+  std::promise<TransportReply> done;
+  auto reply = done.get_future();
+  auto transport = Transport::create(qipg::GatewayConfig{});
+  transport->post(bareRequest(server.url(), "x"),
+                  [&done](const TransportReply& r) { done.set_value(r); });
+  // The test's own bound, well past the limit; reaching it is the failure.
+  ASSERT_EQ(reply.wait_for(std::chrono::seconds(90)), std::future_status::ready);
+  const TransportError error = reply.get().error.value_or(TransportError{});
+  EXPECT_EQ(error.code, 28);  // CURLE_OPERATION_TIMEDOUT
+  EXPECT_TRUE(error.requestSent);
+  transport->shutdown();
 }
 
 }  // namespace
