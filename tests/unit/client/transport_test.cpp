@@ -358,7 +358,9 @@ TEST_F(TransportTest, CancelEndsAQueuedOrRunningRequestOnce) {
     const bool cancelled = i == running || i == requests - 1;
     EXPECT_EQ(error.code, cancelled ? TransportError::kCancelled : TransportError::kShutDown);
     EXPECT_EQ(error.message, cancelled ? "request cancelled" : "transport shut down");
-    if (cancelled) EXPECT_EQ(error.requestSent, i == running) << i;
+    if (cancelled) {
+      EXPECT_EQ(error.requestSent, i == running) << i;
+    }
   }
 }
 
