@@ -27,6 +27,11 @@ struct QIPG_EXPORT GatewayConfig {
   // empty: no pinning.
   std::string pinnedPublicKey;
 
+  /// Proxies: the management calls honour a proxy named by the environment (`https_proxy`,
+  /// `http_proxy`, `no_proxy`, read as libcurl reads them) on the way to the real gateway. A
+  /// loopback host (localhost, 127.0.0.0/8, ::1) is always reached directly, never through a
+  /// proxy.
+  ///
   /// Time limits of the management calls. Every call ends: by default a connection must be
   /// made within 10 s and an answer must keep coming (no 60 s without a byte, the idle limit),
   /// with no overall limit. A call that runs out of time is answered like any transport
