@@ -156,8 +156,8 @@ int onRequestAboutToGo(void* user, char*, char*, int, int) {
   return CURL_PREREQFUNC_OK;
 }
 
-// Whether `url`'s host is this machine: "localhost" or a name under it, 127.0.0.0/8, ::1 or
-// an IPv4-mapped 127.x address. Such requests never go through a proxy.
+}  // namespace
+
 bool hasLoopbackHost(const std::string& url) {
   UrlHandle handle(curl_url());
   char* raw = nullptr;
@@ -183,6 +183,8 @@ bool hasLoopbackHost(const std::string& url) {
          (name.size() > kLocal.size() &&
           equalsIgnoringAsciiCase(name.substr(name.size() - kLocal.size() - 1), ".localhost"));
 }
+
+namespace {
 
 bool isToken(const std::string& text) {
   if (text.empty()) return false;

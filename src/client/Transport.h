@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "qipg/GatewayConfig.h"
 #include "qipg/TransportError.h"
@@ -29,6 +30,11 @@ struct TransportReply {
 
 using Completion = std::function<void(const TransportReply&)>;
 using RequestId = std::uint64_t;  // never 0
+
+// Whether `url`'s host is this machine: "localhost" or a name under it, 127.0.0.0/8, ::1 or
+// an IPv4-mapped 127.x address, as libcurl's URL parser reads the host. Requests to such a
+// host never go through a proxy. False for anything that does not parse.
+bool hasLoopbackHost(const std::string& url);
 
 class Transport {
  public:
