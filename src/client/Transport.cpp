@@ -18,6 +18,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "client/CompletionPool.h"
 #include "common/Ascii.h"
@@ -104,12 +105,12 @@ struct State {
 
   std::mutex mutex;
   std::condition_variable threadEnded;
-  std::deque<Pending> queue;        // guarded by mutex
-  std::vector<RequestId> cancels;   // guarded by mutex
-  RequestId lastId = 0;             // guarded by mutex
-  bool stopping = false;            // guarded by mutex
-  bool threadRunning = false;       // guarded by mutex
-  std::thread::id threadId;         // guarded by mutex
+  std::deque<Pending> queue;       // guarded by mutex
+  std::vector<RequestId> cancels;  // guarded by mutex
+  RequestId lastId = 0;            // guarded by mutex
+  bool stopping = false;           // guarded by mutex
+  bool threadRunning = false;      // guarded by mutex
+  std::thread::id threadId;        // guarded by mutex
 };
 
 // Hands `reply` to `completion` on a completion thread; the completion is released there too.
@@ -367,10 +368,9 @@ class TransferRunner {
     if (config.idleTimeoutMs > 0) {
       // Less than a byte a second for the whole idle time ends the transfer.
       set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-      set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(std::ceil(
-                                      std::min(static_cast<double>(config.idleTimeoutMs),
-                                               kLongestTimeoutMs) /
-                                      1000.0)));
+      set(CURLOPT_LOW_SPEED_TIME,
+          static_cast<long>(std::ceil(
+              std::min(static_cast<double>(config.idleTimeoutMs), kLongestTimeoutMs) / 1000.0)));
     }
     if (const long limit = timeoutMs(request.timeoutInterval, config.requestTimeoutMs)) {
       set(CURLOPT_TIMEOUT_MS, limit);
