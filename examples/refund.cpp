@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
   std::promise<int> exitCode;
   made.value()->refund(
       {.orderID = argv[1], .transactionRefNumber = argv[2], .amount = argv[3]},
-      [&exitCode](qipg::Result<qipg::PaymentResponse> answer) {
+      [&exitCode](const qipg::Result<qipg::PaymentResponse>& answer) {
         if (!answer) {
           // Refunds carry no idempotency key: when outcomeUnknown is set, retrying blindly
           // may refund twice. The message says to confirm with a status inquiry first.
