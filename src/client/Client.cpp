@@ -42,7 +42,8 @@ using Deliver = Client::Callback;
 enum class Operation { Status, Cancel, Refund };
 
 constexpr const char* kConfirmFirst =
-    "; it may have reached the gateway, so confirm with a status inquiry before retrying";
+    "; it may still have taken effect at the gateway, so confirm with a status inquiry before "
+    "retrying";
 
 Error makeError(ErrorKind kind, std::string message) {
   Error error;

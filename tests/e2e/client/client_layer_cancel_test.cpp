@@ -88,8 +88,8 @@ TEST_F(ClientCancelTest, StopTokenAbortsTheTransferAndClosesTheConnection) {
   ASSERT_FALSE(answer.ok());
   EXPECT_EQ(answer.error().kind, qipg::ErrorKind::Cancelled);
   EXPECT_EQ(answer.error().message,
-            "the call was cancelled; it may have reached the gateway, so confirm with a status "
-            "inquiry before retrying");
+            "the call was cancelled; it may still have taken effect at the gateway, so confirm "
+            "with a status inquiry before retrying");
   EXPECT_TRUE(answer.error().outcomeUnknown);
   server.connectionClosed().wait();  // returns only once the client has closed its connection
 }

@@ -80,7 +80,8 @@ void hang(qipg::ClientOptions& o, qipg::sandbox::Sandbox& s) {
 }
 
 constexpr char kConfirm[] =
-    "; it may have reached the gateway, so confirm with a status inquiry before retrying";
+    "; it may still have taken effect at the gateway, so confirm with a status inquiry before "
+    "retrying";
 
 TEST_F(ClientLayerTest, EachErrorKindFromItsRealCause) {
   using qipg::sandbox::Endpoint;
