@@ -14,7 +14,8 @@ namespace qipg {
 enum class Environment { Test, Production };
 
 /// Runs a callback somewhere: the host's main loop, a thread pool... It is given each callback
-/// once and must run it exactly once (on any thread, later or at once).
+/// once and must run it exactly once (on any thread, later or at once) and must not throw: a
+/// callback it drops or throws away is lost. It is called from the library's threads.
 using CallbackExecutor = std::function<void(std::function<void()>)>;
 
 /// The settings of one qipg::Client: a plain aggregate, read once by Client::create (later
