@@ -1,26 +1,25 @@
 // qipg::Client: validation, layout, sealing and parsing are the interface layer's (the builders'
 // validators and messages, the envelope functions, CommonUtilities' parsers, QuandrelIPG's
-// payment operations); this file adds the request structs, the extra checks, the error
-// classification, futures and callbacks, and cancellation. Management calls go through a
-// transport of the client's own, so that each call can be cancelled and its transport failure
-// and HTTP status reach the caller.
+// payment operations); this file adds the request structs, futures and callbacks, and
+// cancellation (the extra checks are in ClientChecks, the error wording in ClientErrors).
+// Management calls go through a transport of the client's own, so that each call can be
+// cancelled and its transport failure and HTTP status reach the caller.
 #include "qipg/Client.h"
-
-#include <curl/curl.h>
 
 #include <atomic>
 #include <chrono>
 #include <ctime>
-#include <future>
-#include <condition_variable>
-#include <deque>
 #include <exception>
-#include <mutex>
+#include <functional>
+#include <future>
 #include <optional>
-#include <thread>
+#include <stdexcept>
+#include <stop_token>
 #include <utility>
 
 #include "client/ClientChecks.h"
+#include "client/ClientErrors.h"
+#include "client/CompletionPool.h"
 #include "client/Transport.h"
 #include "qipg/CancelRequest.h"
 #include "qipg/CommonUtilities.h"
@@ -37,163 +36,15 @@ namespace {
 using internal::kSuccess;
 using internal::Transport;
 using internal::TransportReply;
+using internal::makeError;
+using internal::Operation;
 using Deliver = Client::Callback;
-
-enum class Operation { Status, Cancel, Refund };
-
-constexpr const char* kConfirmFirst =
-    "; it may still have taken effect at the gateway, so confirm with a status inquiry before "
-    "retrying";
-
-Error makeError(ErrorKind kind, std::string message) {
-  Error error;
-  error.kind = kind;
-  error.message = std::move(message);
-  return error;
-}
-
-// Marks the error as one whose effect at the gateway is unknown, when the operation changes
-// anything there.
-Error withOutcome(Error error, Operation operation, bool mayHaveReachedGateway) {
-  if (operation != Operation::Status && mayHaveReachedGateway) {
-    error.outcomeUnknown = true;
-    error.message += kConfirmFirst;
-  }
-  return error;
-}
-
-// The one place where a transport failure becomes an ErrorKind and a sentence.
-Error transportFailure(const TransportError& failure, const std::string& baseURL,
-                       Operation operation) {
-  const std::string gateway = "the gateway at " + baseURL;
-  Error error;
-  switch (failure.code) {
-    case TransportError::kCancelled:
-      error = makeError(ErrorKind::Cancelled, "the call was cancelled");
-      break;
-    case TransportError::kShutDown:
-      error = makeError(ErrorKind::ShutDown, "the client was shut down before the answer arrived");
-      break;
-    case CURLE_COULDNT_CONNECT:
-      error = makeError(ErrorKind::Network, gateway + " refused the connection");
-      break;
-    case CURLE_COULDNT_RESOLVE_HOST:
-    case CURLE_COULDNT_RESOLVE_PROXY:
-      error = makeError(ErrorKind::Network, "the host of " + gateway + " could not be resolved");
-      break;
-    case CURLE_SEND_ERROR:
-    case CURLE_RECV_ERROR:
-    case CURLE_GOT_NOTHING:
-    case CURLE_PARTIAL_FILE:
-      error = makeError(ErrorKind::Network, "the connection to " + gateway + " was lost");
-      break;
-    case CURLE_OPERATION_TIMEDOUT:
-      error = makeError(ErrorKind::Timeout, gateway + " did not answer in time");
-      break;
-    case CURLE_PEER_FAILED_VERIFICATION:
-      error = makeError(ErrorKind::Tls, gateway + " presented a certificate that is not trusted");
-      break;
-    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
-      error = makeError(ErrorKind::Tls, gateway + " did not present the pinned public key");
-      break;
-    case CURLE_SSL_CONNECT_ERROR:
-    case CURLE_SSL_CERTPROBLEM:
-    case CURLE_SSL_CIPHER:
-    case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_CRL_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR:
-    case CURLE_SSL_INVALIDCERTSTATUS:
-    case CURLE_SSL_ENGINE_NOTFOUND:
-    case CURLE_SSL_ENGINE_SETFAILED:
-    case CURLE_SSL_ENGINE_INITFAILED:
-    case CURLE_USE_SSL_FAILED:
-      error = makeError(ErrorKind::Tls, "the TLS connection to " + gateway + " failed (" +
-                                            failure.message + ")");
-      break;
-    default:
-      error = makeError(ErrorKind::Network,
-                        "the call to " + gateway + " failed (" + failure.message + ")");
-      break;
-  }
-  error.transport = failure;
-  return withOutcome(std::move(error), operation, failure.requestSent);
-}
-
-// The first non-blank line of an answer, cut to a readable length.
-std::string firstLine(const Text& answer) {
-  const std::string& text = answer ? *answer : std::string();
-  std::size_t start = text.find_first_not_of(" \t\r\n");
-  if (start == std::string::npos) return "(empty answer)";
-  std::string line = text.substr(start, text.find_first_of("\r\n", start) - start);
-  if (line.size() > 120) line = line.substr(0, 117) + "...";
-  return line;
-}
 
 PaymentResponse failedRecord() {
   PaymentResponse record;
   record.setStatusCode(std::string("F"));
   return record;
 }
-
-// Runs tasks one after the other on a thread of its own, started with the first task: the
-// completions of calls that end before anything is sent, which must not run on the caller's
-// thread. Tasks still queued when it stops are run before its thread ends.
-class Dispatcher {
- public:
-  ~Dispatcher() {
-    std::thread thread;
-    {
-      std::lock_guard lock(state_->mutex);
-      state_->stopping = true;
-      thread = std::move(thread_);
-    }
-    state_->changed.notify_all();
-    if (!thread.joinable()) return;
-    if (thread.get_id() == std::this_thread::get_id()) {
-      thread.detach();  // destroyed by one of its own tasks: the thread ends on its own
-    } else {
-      thread.join();
-    }
-  }
-
-  void post(std::function<void()> task) {
-    {
-      std::lock_guard lock(state_->mutex);
-      state_->tasks.push_back(std::move(task));
-      if (!thread_.joinable()) thread_ = std::thread([state = state_] { run(*state); });
-    }
-    state_->changed.notify_one();
-  }
-
- private:
-  struct State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::deque<std::function<void()>> tasks;
-    bool stopping = false;
-  };
-
-  static void run(State& state) {
-    std::unique_lock lock(state.mutex);
-    for (;;) {
-      state.changed.wait(lock, [&] { return state.stopping || !state.tasks.empty(); });
-      if (state.tasks.empty()) return;
-      std::function<void()> task = std::move(state.tasks.front());
-      state.tasks.pop_front();
-      lock.unlock();
-      try {
-        task();
-      } catch (...) {
-        // A task's failure is its own.
-      }
-      task = nullptr;
-      lock.lock();
-    }
-  }
-
-  std::shared_ptr<State> state_ = std::make_shared<State>();
-  std::thread thread_;  // guarded by state_->mutex
-};
 
 // A merchant key kept for a call under way, wiped when the call is done.
 struct SecretKey {
@@ -231,11 +82,12 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
   CallbackExecutor executor;
   CommonUtilities parsers;
   std::atomic<bool> shutDown{false};
-  Dispatcher dispatcher;  // last: its thread may still run tasks while the rest is destroyed
+  // Runs the completions of calls that end before anything is sent, which must not run on the
+  // caller's thread.
+  internal::CompletionPool early{1};
 
-  // Completes a call that ends before anything is sent, on the dispatcher's thread.
   void later(const Deliver& deliver, Error error) {
-    dispatcher.post([deliver, error = std::move(error)]() { deliver(error); });
+    early.submit([deliver, error = std::move(error)]() { deliver(error); });
   }
 
   void manage(Operation operation, const std::string& orderID, const std::string& ref,
@@ -326,18 +178,14 @@ void Client::Impl::manage(Operation operation, const std::string& orderID,
 }
 
 Result<PaymentResponse> Client::Impl::read(const Call& call, const TransportReply& reply) const {
-  if (reply.error) return transportFailure(*reply.error, baseURL, call.operation);
+  if (reply.error) return internal::transportFailure(*reply.error, baseURL, call.operation);
   if (reply.httpStatus != 200) {
-    Error error = makeError(ErrorKind::Http, "the gateway at " + baseURL + " answered with HTTP " +
-                                                 std::to_string(reply.httpStatus) + ": " +
-                                                 firstLine(reply.answer));
-    error.httpStatus = reply.httpStatus;
-    return withOutcome(std::move(error), call.operation, true);
+    return internal::httpFailure(reply.httpStatus, reply.answer, baseURL, call.operation);
   }
   Text plain = decryptTextWithDecryptionKey(reply.answer, call.key.value);
   internal::WipeOnExit wipePlain(plain);
   if (!plain || plain->empty()) {
-    return withOutcome(
+    return internal::withOutcome(
         makeError(ErrorKind::Unreadable,
                   reply.answer ? "the answer could not be opened with this merchant key (wrong key?)"
                                : "the gateway's answer is not text"),
@@ -347,7 +195,7 @@ Result<PaymentResponse> Client::Impl::read(const Call& call, const TransportRepl
                                ? parsers.getResponseFromString(plain)
                                : parsers.getCancelOrRefundPaymentResponse(plain);
   if (record == failedRecord()) {
-    return withOutcome(makeError(ErrorKind::Unreadable,
+    return internal::withOutcome(makeError(ErrorKind::Unreadable,
                                  "the gateway's answer opened but could not be read as a record"),
                        call.operation, true);
   }
