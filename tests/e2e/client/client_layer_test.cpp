@@ -157,7 +157,7 @@ TEST_F(ClientLayerTest, UnknownOrderIsTheGatewaysVerdict) {
   EXPECT_TRUE(answer.value().statusDescription().has_value());
 }
 
-TEST_F(ClientLayerTest, ConfigErrorsAtCreation) {
+TEST_F(ClientLayerTest, CredentialsFromInfoPlistOrConfigErrorsAtCreation) {
   qipg::ClientOptions badURL = options();
   badURL.gateway.testBaseURL = "http://example.com/ipg/";
   qipg::ClientOptions noKey = options();
@@ -175,6 +175,15 @@ TEST_F(ClientLayerTest, ConfigErrorsAtCreation) {
     EXPECT_EQ(made.error().kind, ErrorKind::Config);
     EXPECT_EQ(made.error().message, message);
   }
+  // An empty merchant ID: both credentials come from Info.plist, read once at creation.
+  writeFile(bundle() / "Info.plist",
+            "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>merchantID</key><string>" +
+                kMID + "</string><key>encryptionKey</key><string>" + kKey +
+                "</string></dict></plist>");
+  auto fromPlist = make(noMid);
+  std::filesystem::remove(bundle() / "Info.plist");
+  const Answer answer = fromPlist->status({"NOSUCHORDER", "1"}).get();
+  ASSERT_TRUE(answer.ok()) << answer.error().message;
 }
 
 TEST_F(ClientLayerTest, ShutdownMidTransferEndsTheCallWithOutcomeUnknown) {
