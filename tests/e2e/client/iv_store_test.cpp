@@ -7,6 +7,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "e2e_support.h"
 
 namespace qipg_e2e {
@@ -16,29 +18,25 @@ using qipg::Text;
 
 // Takes from the calling thread only the power to write whatever a file's mode says, so that a
 // read-only file or directory is read-only to this test also when it runs as root.
-class ModesBindEvenRoot {
- public:
+struct ModesBindEvenRoot {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct saved[2]{}, reduced[2]{};
   ModesBindEvenRoot() {
-    syscall(SYS_capget, &header_, saved_);
-    __user_cap_data_struct reduced[2] = {saved_[0], saved_[1]};
+    syscall(SYS_capget, &header, saved);
+    std::copy(saved, saved + 2, reduced);
     reduced[0].effective &= ~(1u << CAP_DAC_OVERRIDE);
-    syscall(SYS_capset, &header_, reduced);
+    syscall(SYS_capset, &header, reduced);
   }
-  ~ModesBindEvenRoot() { syscall(SYS_capset, &header_, saved_); }
-
- private:
-  __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
-  __user_cap_data_struct saved_[2]{};
+  ~ModesBindEvenRoot() { syscall(SYS_capset, &header, saved); }
 };
 
-class IVStoreTest : public SandboxTest {
- protected:
-  Text statusCodeOf(qipg::QuandrelIPG& ipg, const std::string& order) {
-    Answers answers;
-    ipg.getTransactionStatus(order, "", kMID, kKey, answers.delegate());
-    return answers.waitFor(1).front().statusCode();
-  }
-};
+Text statusCodeOf(qipg::QuandrelIPG& ipg, const std::string& order) {
+  Answers answers;
+  ipg.getTransactionStatus(order, "", kMID, kKey, answers.delegate());
+  return answers.waitFor(1).front().statusCode();
+}
+
+using IVStoreTest = SandboxTest;
 
 TEST_F(IVStoreTest, UnusableDefaultsFileLeavesTheIVInMemoryAndCallsSealed) {
   ASSERT_EQ(pay("IV1", "1.00", 1).statusCode(), Text("S"));
@@ -53,11 +51,10 @@ TEST_F(IVStoreTest, UnusableDefaultsFileLeavesTheIVInMemoryAndCallsSealed) {
   for (const char* name : {"a-directory", "closed/defaults.sqlite3", "read-only", "locked"}) {
     SCOPED_TRACE(name);
     qipg_test::ScopedEnv store("QIPG_DEFAULTS_FILE", base + name);
-    std::shared_ptr<qipg::QuandrelIPG> ipg;
-    {
+    const auto ipg = [&] {
       ModesBindEvenRoot readOnly;
-      ipg = client();
-    }
+      return client();
+    }();
     ASSERT_NE(ipg, nullptr);
     EXPECT_FALSE(ipg->ivPersisted());
     const std::optional<qipg::URLRequest> request = ipg->getStandardPaymentRequest(
