@@ -49,8 +49,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const qipg::Text problem = config.problem();
   qipg_fuzz::expect(!problem || problem->find('\n') == std::string::npos);
   const qipg::GatewayConfig canonical = config.canonical();
-  for (const auto& [url, form] : {std::pair(config.testBaseURL, canonical.testBaseURL),
-                                  std::pair(config.productionBaseURL, canonical.productionBaseURL)}) {
+  for (const auto& [url, form] :
+       {std::pair(config.testBaseURL, canonical.testBaseURL),
+        std::pair(config.productionBaseURL, canonical.productionBaseURL)}) {
     const qipg::Text accepted = qipg::GatewayConfig::canonicalBaseURL(url);
     qipg_fuzz::expect(accepted || problem);
     if (!accepted) continue;

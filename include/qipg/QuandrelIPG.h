@@ -73,6 +73,7 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   ///   file is a directory, in an unwritable place, read-only, or kept locked by another
   ///   process); true once it is in the file.
   bool ivPersisted() const;
+
   Text merchantIDString() const;
   Text encryptionKeyString() const;
   void setMerchantIDString(Text value);

@@ -95,7 +95,9 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   const std::string shown = printable(url);
   // Printable ASCII only, without the characters a web view would percent-encode in a path.
   for (const char c : url) {
-    if (c <= ' ' || c >= 0x7F || std::string_view("\"<>`{}|^").find(c) != std::string_view::npos) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte <= ' ' || byte >= 0x7F ||
+        std::string_view("\"<>`{}|^").find(c) != std::string_view::npos) {
       return refuse(" is not a valid URL: " + shown);
     }
   }
