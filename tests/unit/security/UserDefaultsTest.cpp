@@ -67,7 +67,7 @@ TEST(UserDefaults, ProcessesAndThreadsWritingAtOnceLoseNothing) {
   pid_t children[2];
   for (int p = 0; p < 2; ++p) {
     if ((children[p] = fork()) == 0) {
-      UserDefaults store(at(temp.file));
+      UserDefaults store(at(temp.file, 60000));  // under load a writer may be starved for long
       bool ok = true;
       for (int i = 0; i < 40; ++i) ok = store.setString(key(p, i), "v") && ok;
       _exit(ok ? 0 : 1);
