@@ -1,7 +1,7 @@
 // Sealing and opening a 200-byte message with the library's envelope, beside the same work
 // (SHA-256 of the merchant key, AES-256-CBC, Base64 in 76-column lines, "+" as "%2B") done
 // with OpenSSL directly and the IV held in memory. The difference is the library's own cost,
-// mostly reading the IV from the user-defaults store on every call.
+// including reading the IV from the user-defaults store (its memory) on every call.
 //
 // The store is a temporary file (QIPG_DEFAULTS_FILE), removed at exit.
 
@@ -141,8 +141,8 @@ void BM_OpenBaseline(benchmark::State& state) {
 }
 BENCHMARK(BM_OpenBaseline);
 
-// The IV read alone: as the envelope does it (cached while the file is unchanged), and
-// straight from SQLite every time.
+// The IV read alone: as the envelope does it (from memory, this process having stored it),
+// and straight from SQLite every time, as a store that never wrote it reads it.
 void BM_ReadIV(benchmark::State& state) {
   for (auto _ : state)
     benchmark::DoNotOptimize(qipg::CommonUtilities::getRandomIVforKey("randomIV"));

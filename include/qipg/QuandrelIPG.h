@@ -47,10 +47,14 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   // A client for the test gateway with GatewayConfig::fromEnvironment().
   static std::shared_ptr<QuandrelIPG> create();
 
-  // A client for `environmentType` (1: test, anything else: production), with that gateway's
-  // base URL from `config`. Stores the gateway's IV under "randomIV" (durably, process-wide)
-  // and starts the transport. Returns nullptr, having stored nothing, when `config.problem()`
-  // is not absent or the transport cannot start. Never throws.
+  /// A client for one gateway. Stores the gateway's IV under "randomIV" (process-wide: held in
+  /// this process's memory and written through to the defaults file, see ivPersisted()) and
+  /// starts the transport. Never throws.
+  /// @param environmentType 1: test, anything else: production.
+  /// @param config the gateways; the client keeps `config.canonical()` and uses the selected
+  ///   gateway's canonical base URL as CurrentDomainURL().
+  /// @return the client, shared-owned; nullptr, having stored nothing, when `config.problem()`
+  ///   is not absent or the transport cannot start.
   static std::shared_ptr<QuandrelIPG> create(
       std::uint64_t environmentType, GatewayConfig config = GatewayConfig::fromEnvironment());
 
@@ -62,6 +66,15 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   const std::string& shaPublicKey() const { return shaPublicKey_; }
   const std::string& CurrentDomainURL() const { return CurrentDomainURL_; }
   const GatewayConfig& config() const { return config_; }
+
+  /// Whether the envelope IV in force reached the defaults file. The IV a process stored is
+  /// held in its memory and read from there, whatever the file does, so calls work either way;
+  /// this only tells whether it was also written to the file.
+  /// @return false when the IV this process stored last is held in memory only (the defaults
+  ///   file is a directory, in an unwritable place, read-only, or kept locked by another
+  ///   process); true once it is in the file.
+  bool ivPersisted() const;
+
   Text merchantIDString() const;
   Text encryptionKeyString() const;
   void setMerchantIDString(Text value);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "common/Ascii.h"
 
@@ -60,98 +61,93 @@ bool isIPv4Loopback(std::string_view host) {
   return i == host.size() && parts[0] == 127;
 }
 
-// "::1" in any of its spellings inside brackets: "[::1]", "[0:0:0:0:0:0:0:1]", ...
-bool isIPv6Loopback(std::string_view host) {
-  if (host.size() < 2 || host.front() != '[' || host.back() != ']') return false;
-  std::string_view inner = host.substr(1, host.size() - 2);
-  // Expand into eight groups and require 0,...,0,1.
-  unsigned groups[8] = {0, 0, 0, 0, 0, 0, 0, 0};
-  const std::size_t gap = inner.find("::");
-  auto parseGroups = [](std::string_view text, unsigned* out, int max) -> int {
-    if (text.empty()) return 0;
-    int count = 0;
-    std::size_t start = 0;
-    while (true) {
-      const std::size_t end = text.find(':', start);
-      const std::string_view group =
-          text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start);
-      if (group.empty() || group.size() > 4 || count == max) return -1;
-      unsigned value = 0;
-      for (char c : group) {
-        int digit;
-        if (c >= '0' && c <= '9') {
-          digit = c - '0';
-        } else if (c >= 'a' && c <= 'f') {
-          digit = c - 'a' + 10;
-        } else if (c >= 'A' && c <= 'F') {
-          digit = c - 'A' + 10;
-        } else {
-          return -1;
-        }
-        value = value * 16 + static_cast<unsigned>(digit);
-      }
-      out[count++] = value;
-      if (end == std::string_view::npos) return count;
-      start = end + 1;
-    }
-  };
-  if (gap == std::string_view::npos) {
-    if (parseGroups(inner, groups, 8) != 8) return false;
-  } else {
-    unsigned head[8];
-    unsigned tail[8];
-    const int headCount = parseGroups(inner.substr(0, gap), head, 7);
-    const int tailCount = parseGroups(inner.substr(gap + 2), tail, 7);
-    if (headCount < 0 || tailCount < 0 || headCount + tailCount > 7) return false;
-    for (int k = 0; k < headCount; ++k) groups[k] = head[k];
-    for (int k = 0; k < tailCount; ++k) groups[8 - tailCount + k] = tail[k];
-  }
-  for (int k = 0; k < 7; ++k) {
-    if (groups[k] != 0) return false;
-  }
-  return groups[7] == 1;
-}
-
+// curl writes an IPv6 address in one spelling only, so "[::1]" is the loopback's.
 bool isLoopbackHost(std::string_view host) {
-  return internal::equalsIgnoringAsciiCase(host, "localhost") || isIPv4Loopback(host) ||
-         isIPv6Loopback(host);
+  return host == "localhost" || host == "[::1]" || isIPv4Loopback(host);
 }
 
-// The problem of one base URL, or absent. `which` names it in the message ("test").
-Text baseURLProblem(std::string_view which, const std::string& url) {
+std::string asciiLower(std::string text) {
+  for (char& c : text) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return text;
+}
+
+// One part of a parsed URL; absent when the URL has none.
+Text part(CURLU* url, CURLUPart which, unsigned flags = 0) {
+  char* raw = nullptr;
+  if (curl_url_get(url, which, &raw, flags) != CURLUE_OK || raw == nullptr) return std::nullopt;
+  const CurlText owned(raw);
+  return std::string(raw);
+}
+
+// A base URL as libcurl's URL parser reads it: its canonical form, or why it is refused.
+struct BaseURL {
+  Text canonical;
+  Text problem;
+};
+
+// `which` names the URL in the message ("test").
+BaseURL readBaseURL(std::string_view which, const std::string& url) {
   const std::string name = std::string(which) + " base URL";
-  if (url.empty()) return name + " is empty";
+  const auto refuse = [&](const std::string& why) { return BaseURL{std::nullopt, name + why}; };
+  if (url.empty()) return refuse(" is empty");
   const std::string shown = printable(url);
+  // Printable ASCII only, without the characters a web view would percent-encode in a path.
+  for (const char c : url) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte <= ' ' || byte >= 0x7F ||
+        std::string_view("\"<>`{}|^").find(c) != std::string_view::npos) {
+      return refuse(" is not a valid URL: " + shown);
+    }
+  }
 
   UrlHandle handle(curl_url());
-  if (!handle) return name + " cannot be checked (out of memory): " + shown;
+  if (!handle) return refuse(" cannot be checked (out of memory): " + shown);
   // Parse any scheme, so that "ftp://..." is refused for its scheme, not as malformed.
   if (curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
       CURLUE_OK) {
-    return name + " is not a valid URL: " + shown;
+    return refuse(" is not a valid URL: " + shown);
   }
-  char* rawScheme = nullptr;
-  char* rawHost = nullptr;
-  if (curl_url_get(handle.get(), CURLUPART_SCHEME, &rawScheme, 0) != CURLUE_OK) {
-    return name + " is not a valid URL: " + shown;
+  const Text scheme = part(handle.get(), CURLUPART_SCHEME);
+  const Text host = part(handle.get(), CURLUPART_HOST);
+  const Text path = part(handle.get(), CURLUPART_PATH);
+  const Text asRead = part(handle.get(), CURLUPART_URL);
+  const Text withoutDefaultPort = part(handle.get(), CURLUPART_URL, CURLU_NO_DEFAULT_PORT);
+  if (!scheme || !path || !asRead || !withoutDefaultPort) {
+    return refuse(" is not a valid URL: " + shown);
   }
-  CurlText scheme(rawScheme);
-  if (curl_url_get(handle.get(), CURLUPART_HOST, &rawHost, 0) != CURLUE_OK) {
-    return name + " has no host: " + shown;
+  if (!host || host->empty()) return refuse(" has no host: " + shown);
+  // Not shown: it may hold a password.
+  if (part(handle.get(), CURLUPART_USER) || part(handle.get(), CURLUPART_PASSWORD)) {
+    return refuse(" must not carry a user name or password");
   }
-  CurlText host(rawHost);
-  if (host == nullptr || *host == '\0') return name + " has no host: " + shown;
+  if (url.find('\\') != std::string::npos) return refuse(" must not contain a backslash: " + shown);
+  // An escaped dot segment ("%2e%2e/") is one to a web view and none to curl.
+  if (url.find('%') != std::string::npos) {
+    return refuse(" must not contain percent-escapes: " + shown);
+  }
+  if (part(handle.get(), CURLUPART_QUERY)) return refuse(" must not have a query: " + shown);
+  if (part(handle.get(), CURLUPART_FRAGMENT)) return refuse(" must not have a fragment: " + shown);
 
-  const std::string_view schemeText(scheme.get());
-  const bool https = internal::equalsIgnoringAsciiCase(schemeText, "https");
-  const bool http = internal::equalsIgnoringAsciiCase(schemeText, "http");
-  if (!https && !(http && isLoopbackHost(host.get()))) {
-    return name + " must use https (http is allowed only on a loopback host): " + shown;
+  if (*scheme != "https" && !(*scheme == "http" && isLoopbackHost(asciiLower(*host)))) {
+    return refuse(" must use https (http is allowed only on a loopback host): " + shown);
   }
   if (url.back() != '/') {
-    return name + " must end with \"/\" (endpoint names are appended to it): " + shown;
+    return refuse(" must end with \"/\" (endpoint names are appended to it): " + shown);
   }
-  return std::nullopt;
+  // The text must be what curl read, but for the case of scheme and host and a default port:
+  // anything else (dot segments, another spelling of an address or a port) reads differently.
+  const std::size_t origin = asRead->size() - path->size();
+  const std::string canonical =
+      asciiLower(withoutDefaultPort->substr(0, withoutDefaultPort->size() - path->size())) + *path;
+  if (url.size() != asRead->size() ||
+      !internal::equalsIgnoringAsciiCase(std::string_view(url).substr(0, origin),
+                                         std::string_view(*asRead).substr(0, origin)) ||
+      url.compare(origin, std::string::npos, *path) != 0) {
+    return refuse(" reads as " + canonical + "; write it so: " + shown);
+  }
+  return BaseURL{canonical, std::nullopt};
 }
 
 // The environment variable's value; absent when it is unset or empty.
@@ -171,9 +167,21 @@ GatewayConfig GatewayConfig::fromEnvironment() {
   return config;
 }
 
+Text GatewayConfig::canonicalBaseURL(const std::string& url) {
+  return readBaseURL("", url).canonical;
+}
+
+GatewayConfig GatewayConfig::canonical() const {
+  GatewayConfig copy = *this;
+  for (std::string* url : {&copy.testBaseURL, &copy.productionBaseURL}) {
+    if (Text canonical = canonicalBaseURL(*url)) *url = std::move(*canonical);
+  }
+  return copy;
+}
+
 Text GatewayConfig::problem() const {
-  if (Text p = baseURLProblem("test", testBaseURL)) return p;
-  if (Text p = baseURLProblem("production", productionBaseURL)) return p;
+  if (Text p = readBaseURL("test", testBaseURL).problem) return p;
+  if (Text p = readBaseURL("production", productionBaseURL).problem) return p;
   if (!caFile.empty()) {
     std::error_code error;
     std::FILE* file = std::filesystem::is_regular_file(caFile, error)

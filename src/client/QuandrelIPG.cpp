@@ -5,6 +5,7 @@
 
 #include "client/InfoPlist.h"
 #include "client/Transport.h"
+#include "security/UserDefaults.h"
 #include "security/Wipe.h"
 
 namespace qipg {
@@ -31,6 +32,7 @@ std::shared_ptr<QuandrelIPG> QuandrelIPG::create(std::uint64_t environmentType,
                                                  GatewayConfig config) {
   try {
     if (config.problem()) return nullptr;
+    config = config.canonical();
     std::shared_ptr<internal::Transport> transport = internal::Transport::create(config);
     if (!transport) return nullptr;
     return std::shared_ptr<QuandrelIPG>(
@@ -57,6 +59,10 @@ QuandrelIPG::~QuandrelIPG() {
   std::lock_guard lock(credentialsMutex_);
   replaceWiped(merchantIDString_, std::nullopt);
   replaceWiped(encryptionKeyString_, std::nullopt);
+}
+
+bool QuandrelIPG::ivPersisted() const {
+  return !internal::UserDefaults::standard().heldInMemoryOnly(kIVKey);
 }
 
 Text QuandrelIPG::merchantIDString() const {

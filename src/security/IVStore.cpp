@@ -9,14 +9,14 @@ void CommonUtilities::SetRandomIV(const Text& value, const Text& key) {
   if (!key) return;
   internal::UserDefaults& defaults = internal::UserDefaults::standard();
   // Replacing in one durable write has the end state of "remove, then store", without a
-  // moment in which another thread or process reads no IV, and without losing the old one
-  // when a busy store refuses the second write.
+  // moment in which another thread or process reads no IV. The store holds the value in this
+  // process's memory whether or not it reaches the file, so the IV is never lost; whether it
+  // did is told by UserDefaults::heldInMemoryOnly, not here.
   if (value) {
     defaults.setString(*key, *value);
   } else {
     defaults.removeObjectForKey(*key);
   }
-  defaults.synchronize();
 }
 
 Text CommonUtilities::getRandomIVforKey(const Text& key) {

@@ -398,7 +398,9 @@ struct UserDefaults::Connection {
 
 UserDefaults& UserDefaults::standard() {
   // Never destroyed: threads and static destructors may still use it while the process ends.
-  static UserDefaults* const instance = new UserDefaults();
+  // A short busy timeout: what the process wrote is read from memory, so only a process that
+  // never wrote waits for another's lock, and never long.
+  static UserDefaults* const instance = new UserDefaults(Options{std::nullopt, 250});
   return *instance;
 }
 
@@ -427,8 +429,16 @@ UserDefaults::~UserDefaults() {
   }
 }
 
-UserDefaults::Connection* UserDefaults::connection(bool checkFile) {
-  const std::optional<std::string> path = options_.path ? options_.path : resolvePath();
+std::optional<std::string> UserDefaults::path() const {
+  return options_.path ? options_.path : resolvePath();
+}
+
+UserDefaults::HeldKeys& UserDefaults::held(const std::optional<std::string>& path) {
+  return held_[path.value_or(std::string())];
+}
+
+UserDefaults::Connection* UserDefaults::connection(const std::optional<std::string>& path,
+                                                   bool checkFile) {
   if (connection_ && connection_->forkGeneration != currentForkGeneration()) {
     abandon({connection_.release(), [](void* c) { delete static_cast<Connection*>(c); }});
   }
@@ -464,54 +474,86 @@ UserDefaults::Connection* UserDefaults::connection(bool checkFile) {
 }
 
 template <typename Op>
-auto UserDefaults::withConnection(Op op) -> decltype(op(std::declval<Connection&>())) {
-  Connection* c = connection(true);
+auto UserDefaults::withConnection(const std::optional<std::string>& path, Op op)
+    -> decltype(op(std::declval<Connection&>())) {
+  Connection* c = connection(path, true);
   if (c == nullptr) return SQLITE_CANTOPEN;
   int rc = op(*c);
   if (isCorrupt(rc)) {
-    const std::string path = c->path;
     const dev_t device = c->device;
     const ino_t inode = c->inode;
     connection_.reset();
-    setAside(path, device, inode);
-    c = connection(true);
+    setAside(*path, device, inode);
+    c = connection(path, true);
     if (c == nullptr) return SQLITE_CANTOPEN;
     rc = op(*c);
   }
   return rc;
 }
 
+bool UserDefaults::writeThrough(const std::optional<std::string>& path, std::string_view key,
+                                const std::optional<std::string>& value) {
+  return withConnection(path, [&](Connection& c) {
+           return c.write(key, value ? std::optional<std::string_view>(*value) : std::nullopt);
+         }) == SQLITE_OK;
+}
+
 std::optional<std::string> UserDefaults::stringForKey(std::string_view key) {
   std::lock_guard lock(mutex_);
+  const std::optional<std::string> at = path();
+  const HeldKeys& mine = held(at);
+  if (const auto it = mine.find(key); it != mine.end()) return it->second.value;
   std::optional<std::string> value;
   if (options_.cacheReads) {
-    Connection* c = connection(false);
+    Connection* c = connection(at, false);
     if (c != nullptr && c->readCached(key, value)) return value;
   }
-  withConnection([&](Connection& c) { return c.read(key, value, options_.cacheReads); });
+  withConnection(at, [&](Connection& c) { return c.read(key, value, options_.cacheReads); });
   return value;
 }
 
 bool UserDefaults::hasValueForKey(std::string_view key) {
   std::lock_guard lock(mutex_);
+  const std::optional<std::string> at = path();
+  const HeldKeys& mine = held(at);
+  if (const auto it = mine.find(key); it != mine.end()) return it->second.value.has_value();
   bool found = false;
-  const int rc = withConnection([&](Connection& c) { return c.contains(key, found); });
+  const int rc = withConnection(at, [&](Connection& c) { return c.contains(key, found); });
   return rc == SQLITE_OK && found;
 }
 
 bool UserDefaults::setString(std::string_view key, std::string_view value) {
   std::lock_guard lock(mutex_);
-  return withConnection([&](Connection& c) { return c.write(key, value); }) == SQLITE_OK;
+  const std::optional<std::string> at = path();
+  Held& entry = held(at)[std::string(key)];
+  entry.value = std::string(value);
+  return entry.persisted = writeThrough(at, key, entry.value);
 }
 
 bool UserDefaults::removeObjectForKey(std::string_view key) {
   std::lock_guard lock(mutex_);
-  return withConnection([&](Connection& c) { return c.write(key, std::nullopt); }) == SQLITE_OK;
+  const std::optional<std::string> at = path();
+  Held& entry = held(at)[std::string(key)];
+  entry.value.reset();
+  return entry.persisted = writeThrough(at, key, std::nullopt);
 }
 
 bool UserDefaults::synchronize() {
   std::lock_guard lock(mutex_);
-  return connection(true) != nullptr;
+  const std::optional<std::string> at = path();
+  if (connection(at, true) == nullptr) return false;
+  bool all = true;
+  for (auto& [key, entry] : held(at)) {
+    if (!entry.persisted) all = (entry.persisted = writeThrough(at, key, entry.value)) && all;
+  }
+  return all;
+}
+
+bool UserDefaults::heldInMemoryOnly(std::string_view key) {
+  std::lock_guard lock(mutex_);
+  const HeldKeys& mine = held(path());
+  const auto it = mine.find(key);
+  return it != mine.end() && !it->second.persisted;
 }
 
 }  // namespace qipg::internal

@@ -65,40 +65,75 @@ TEST_F(ClientCreation, ClientCreatedLastDecidesTheIVAndRefusedConfigurationsStor
   EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), kProductionIV);
 }
 
+TEST_F(ClientCreation, BaseURLsAreKeptInCanonicalForm) {
+  GatewayConfig config;
+  config.testBaseURL = "HTTPS://Example.COM:443/ipg/";
+  config.productionBaseURL = "https://IPG.example:8443/";
+  auto client = QuandrelIPG::create(1, config);
+  ASSERT_NE(client, nullptr);
+  EXPECT_EQ(client->CurrentDomainURL(), "https://example.com/ipg/");
+  EXPECT_EQ(client->config().productionBaseURL, "https://ipg.example:8443/");
+  EXPECT_EQ(client->getURLRequestforTransaction("m", "1", 0).url,
+            "https://example.com/ipg/doMEPayRequest");
+}
+
 TEST(GatewayConfigProblem, BaseURLRules) {
   struct Row {
     std::string url;
     std::optional<std::string> problem;  // for the test base URL
+    std::string canonical = "";          // when there is none
   };
   const std::string https =
       "test base URL must use https (http is allowed only on a loopback host): ";
+  const auto readsAs = [](const std::string& canonical, const std::string& url) {
+    return "test base URL reads as " + canonical + "; write it so: " + url;
+  };
   const Row rows[] = {
-      {"https://test.ipg.quandrel.example/ipg/", std::nullopt},
-      {"HTTPS://upper.example/ipg/", std::nullopt},
-      {"http://127.0.0.1:8443/ipg/", std::nullopt},
-      {"http://localhost/", std::nullopt},
-      {"http://LocalHost:80/ipg/", std::nullopt},
-      {"http://[::1]:8080/ipg/", std::nullopt},
-      {"http://[0:0:0:0:0:0:0:1]/", std::nullopt},
+      {"https://test.ipg.quandrel.example/ipg/", std::nullopt,
+       "https://test.ipg.quandrel.example/ipg/"},
+      {"HTTPS://Upper.Example:443/ipg/", std::nullopt, "https://upper.example/ipg/"},
+      {"http://127.0.0.1:8443/ipg/", std::nullopt, "http://127.0.0.1:8443/ipg/"},
+      {"http://LocalHost:80/ipg/", std::nullopt, "http://localhost/ipg/"},
+      {"http://[::1]:8080/ipg/", std::nullopt, "http://[::1]:8080/ipg/"},
       {"http://ipg.example/ipg/", https + "http://ipg.example/ipg/"},
       {"http://127.0.0.1.evil.com/", https + "http://127.0.0.1.evil.com/"},
       {"http://128.0.0.1/", https + "http://128.0.0.1/"},
       {"http://[::2]/", https + "http://[::2]/"},
-      {"ftp://127.0.0.1/ipg/",
-       "test base URL must use https (http is allowed only on a "
-       "loopback host): ftp://127.0.0.1/ipg/"},
+      {"ftp://127.0.0.1/ipg/", https + "ftp://127.0.0.1/ipg/"},
       {"", "test base URL is empty"},
       {"not a url", "test base URL is not a valid URL: not a url"},
       {"https://ipg.example/ipg",
        "test base URL must end with \"/\" (endpoint names are "
        "appended to it): https://ipg.example/ipg"},
       {"https://ipg.example/\nipg/", "test base URL is not a valid URL: https://ipg.example/?ipg/"},
+      {"https://ex\xC3\xA4mple.com/",
+       "test base URL is not a valid URL: https://ex\xC3\xA4mple.com/"},
+      // Read one way here and another way by a browser, or spelt other than it is read.
+      {"http://127.0.0.2\\@127.0.0.1:8080/ipg/",
+       "test base URL must not carry a user name or password"},
+      {"https://:secret@ipg.example/", "test base URL must not carry a user name or password"},
+      {"https://ipg.example/ipg\\x/",
+       "test base URL must not contain a backslash: https://ipg.example/ipg\\x/"},
+      {"https://ipg.example/ipg/?a=/",
+       "test base URL must not have a query: https://ipg.example/ipg/?a=/"},
+      {"https://ipg.example/ipg/#/",
+       "test base URL must not have a fragment: https://ipg.example/ipg/#/"},
+      {"https://ipg.example/x/../ipg/",
+       readsAs("https://ipg.example/ipg/", "https://ipg.example/x/../ipg/")},
+      {"https://ipg.example/%2e%2e/ipg/",
+       "test base URL must not contain percent-escapes: https://ipg.example/%2e%2e/ipg/"},
+      {"https://ipg.example:0443/", readsAs("https://ipg.example/", "https://ipg.example:0443/")},
+      {"http://127.1/", readsAs("http://127.0.0.1/", "http://127.1/")},
+      {"http://[0:0:0:0:0:0:0:1]/", readsAs("http://[::1]/", "http://[0:0:0:0:0:0:0:1]/")},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.url);
     GatewayConfig config;
     config.testBaseURL = row.url;
     EXPECT_EQ(config.problem(), row.problem);
+    const qipg::Text canonical = row.problem ? std::nullopt : qipg::Text(row.canonical);
+    EXPECT_EQ(GatewayConfig::canonicalBaseURL(row.url), canonical);
+    EXPECT_EQ(GatewayConfig::canonicalBaseURL(row.canonical), canonical);
   }
 }
 

@@ -48,6 +48,11 @@ TEST(UserDefaults, PersistsAndOtherConnectionsSeeWritesAtOnce) {
   }
   EXPECT_TRUE(writer.removeObjectForKey("iv"));
   EXPECT_EQ(reader.stringForKey("iv"), std::nullopt);
+  // What a store wrote (or removed) is what it reads from then on, whatever the file says.
+  EXPECT_EQ(Db(file).exec("INSERT INTO defaults VALUES('iv', 'theirs')"), SQLITE_OK);
+  EXPECT_EQ(reader.stringForKey("iv"), "theirs");
+  EXPECT_EQ(writer.stringForKey("iv"), std::nullopt);
+  EXPECT_FALSE(writer.hasValueForKey("iv"));
   EXPECT_EQ(Db(file).exec("INSERT INTO defaults VALUES('number', 42)"), SQLITE_OK);
   EXPECT_EQ(reader.stringForKey("number"), std::nullopt);  // not a text
   EXPECT_TRUE(reader.hasValueForKey("number"));
@@ -62,7 +67,7 @@ TEST(UserDefaults, ProcessesAndThreadsWritingAtOnceLoseNothing) {
   pid_t children[2];
   for (int p = 0; p < 2; ++p) {
     if ((children[p] = fork()) == 0) {
-      UserDefaults store(at(temp.file));
+      UserDefaults store(at(temp.file, 60000));  // under load a writer may be starved for long
       bool ok = true;
       for (int i = 0; i < 40; ++i) ok = store.setString(key(p, i), "v") && ok;
       _exit(ok ? 0 : 1);
@@ -130,17 +135,19 @@ TEST(UserDefaults, DamagedFilesAreSetAsideAndRecreated) {
   }
 }
 
-TEST(UserDefaults, UnusableStoresReadNothingAndDropWrites) {
+TEST(UserDefaults, UnusableStoresKeepWhatThisProcessWroteInMemory) {
   testing::TempDir dir;
   std::ofstream(dir.file("plain-file")) << "x";
   {
     testing::ScopedEnv env("QIPG_DEFAULTS_FILE", dir.file("plain-file/defaults.sqlite3"));
     EXPECT_FALSE(UserDefaults::standard().setString("k", "v"));
     EXPECT_FALSE(UserDefaults::standard().synchronize());
+    EXPECT_TRUE(UserDefaults::standard().heldInMemoryOnly("k"));
     CommonUtilities::SetRandomIV("4e9a1c07b3d58f26", "randomIV");
-    EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), std::nullopt);
+    EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), "4e9a1c07b3d58f26");
   }
-  // Locked by another connection: calls give up after the busy timeout, then recover.
+  // Locked by another connection: a read of the file gives up after the busy timeout; a write
+  // is held in memory, and synchronize() writes it through once the lock is gone.
   const std::string file = dir.file("defaults.sqlite3");
   UserDefaults(at(file)).setString("k", "v");
   UserDefaults waiting(at(file, 50));
@@ -149,9 +156,14 @@ TEST(UserDefaults, UnusableStoresReadNothingAndDropWrites) {
     ASSERT_EQ(holder.exec("BEGIN EXCLUSIVE"), SQLITE_OK);
     EXPECT_EQ(waiting.stringForKey("k"), std::nullopt);
     EXPECT_FALSE(waiting.setString("k", "w"));
+    EXPECT_EQ(waiting.stringForKey("k"), "w");
+    EXPECT_FALSE(waiting.synchronize());
   }
-  EXPECT_TRUE(waiting.setString("k", "w"));
-  EXPECT_EQ(waiting.stringForKey("k"), "w");
+  EXPECT_TRUE(waiting.heldInMemoryOnly("k"));
+  EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "v");
+  EXPECT_TRUE(waiting.synchronize());
+  EXPECT_FALSE(waiting.heldInMemoryOnly("k"));
+  EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "w");
 }
 
 TEST(IVStore, LastStoredWinsAndEmptyKeyReadsNothing) {
