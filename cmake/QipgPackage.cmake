@@ -6,7 +6,7 @@
 #   - the CMake package component: find_package(QuandrelIPG COMPONENTS <component>) and the
 #     imported target QuandrelIPG::<target>;
 #   - Debian packages lib<target><SOVERSION> and lib<target>-dev.
-# Options: HEADERS names the files of include/qipg/ that belong to this component (the rest
+# Options: SUMMARY is the one-line description of its packages; HEADERS names the files of include/qipg/ that belong to this component (the rest
 # belong to "core"); PC_REQUIRES_PRIVATE lists the pkg-config modules it links privately;
 # DEB_DEV_DEPENDS the Debian development packages its pkg-config file needs.
 # qipg_package_program(<target>) installs a program into the "tools" component (qipg-tools).
@@ -28,7 +28,7 @@ function(qipg_package_library component target)
   if(NOT TARGET ${target})
     return()
   endif()
-  cmake_parse_arguments(ARG "" "PC_REQUIRES_PRIVATE" "HEADERS;DEB_DEV_DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "PC_REQUIRES_PRIVATE;SUMMARY" "HEADERS;DEB_DEV_DEPENDS" ${ARGN})
   target_compile_features(${target} PUBLIC cxx_std_20)
   if(NOT component STREQUAL "core")
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")  # finds libqipg
@@ -57,6 +57,7 @@ function(qipg_package_library component target)
   set_property(GLOBAL PROPERTY QIPG_${component}_TARGET ${target})
   set_property(GLOBAL PROPERTY QIPG_${component}_SOVERSION ${soversion})
   set_property(GLOBAL PROPERTY QIPG_${component}_DEB_DEV_DEPENDS "${ARG_DEB_DEV_DEPENDS}")
+  set_property(GLOBAL PROPERTY QIPG_${component}_SUMMARY "${ARG_SUMMARY}")
 endfunction()
 
 function(qipg_package_program target)
@@ -89,13 +90,39 @@ function(qipg_package_finish)
   install(FILES ${PROJECT_BINARY_DIR}/QuandrelIPGConfig.cmake
     ${PROJECT_BINARY_DIR}/QuandrelIPGConfigVersion.cmake
     DESTINATION ${QIPG_CMAKE_INSTALL_DIR} COMPONENT core-dev)
-  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE
-    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT core)
+  # For plain installs; each Debian package carries its own copyright file instead.
+  install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT license)
 
   qipg_setup_cpack("${components}")
 endfunction()
 
-# Debian packages, one per install component; `cpack -G DEB` in the build tree (make package).
+# The copyright file and the changelog every Debian package carries in /usr/share/doc/<package>;
+# installed only when CPack asks for the component, never by a plain `cmake --install`.
+function(qipg_deb_docs component package)
+  set(dir ${PROJECT_BINARY_DIR}/deb-docs)
+  if(NOT EXISTS ${dir}/copyright)
+    file(READ ${PROJECT_SOURCE_DIR}/LICENSE license)
+    string(REGEX REPLACE "^MIT License\n\n" "" license "${license}")
+    string(REGEX REPLACE "\n\n" "\n.\n" license "${license}")
+    string(REGEX REPLACE "\n$" "" license "${license}")
+    string(REPLACE "\n" "\n " license " ${license}")
+    file(WRITE ${dir}/copyright
+      "Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/\n"
+      "Upstream-Name: Quandrel IPG for C++\n\n"
+      "Files: *\nCopyright: 2026 Quandrel IPG for C++ contributors\nLicense: Expat\n${license}\n")
+    string(TIMESTAMP date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+    file(WRITE ${dir}/changelog
+      "qipg (${PROJECT_VERSION}) unstable; urgency=medium\n\n"
+      "  * Release ${PROJECT_VERSION}; the changes are in CHANGELOG.md of the sources.\n\n"
+      " -- ${CPACK_PACKAGE_CONTACT}  ${date}\n")
+    execute_process(COMMAND gzip -n -9 -f ${dir}/changelog)
+    file(WRITE ${dir}/triggers "activate-noawait ldconfig\n")
+  endif()
+  install(FILES ${dir}/copyright ${dir}/changelog.gz DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${package}
+    COMPONENT ${component} EXCLUDE_FROM_ALL)
+endfunction()
+
+# Debian packages, one per install component; `cpack` in the build tree (make package).
 macro(qipg_setup_cpack components)
   set(CPACK_PACKAGE_NAME qipg)
   set(CPACK_PACKAGE_VENDOR "Quandrel IPG for C++ contributors")
@@ -118,22 +145,27 @@ macro(qipg_setup_cpack components)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME qipg-tools)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
   set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-    "Quandrel IPG command-line tool and sandbox gateway\n ipg seals and opens message envelopes, pays, and asks a gateway for status,\n cancellations and refunds; ipg-sandbox is a local, stateful stand-in for the\n gateway for development and tests. No real money moves through the sandbox.")
+    "Quandrel IPG command-line tool and sandbox gateway\nipg seals and opens message envelopes, pays, and asks a gateway for status,\ncancellations and refunds; ipg-sandbox is a local, stateful stand-in for the\ngateway for development and tests. No real money moves through the sandbox.")
+  qipg_deb_docs(tools qipg-tools)
   foreach(component ${components})
     get_property(target GLOBAL PROPERTY QIPG_${component}_TARGET)
     get_property(soversion GLOBAL PROPERTY QIPG_${component}_SOVERSION)
     get_property(devDepends GLOBAL PROPERTY QIPG_${component}_DEB_DEV_DEPENDS)
+    get_property(summary GLOBAL PROPERTY QIPG_${component}_SUMMARY)
     string(TOUPPER ${component} upper)
     list(APPEND CPACK_COMPONENTS_ALL ${component} ${component}-dev)
     set(CPACK_DEBIAN_${upper}_PACKAGE_NAME lib${target}${soversion})
     set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION libs)
+    set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/deb-docs/triggers)
     set(CPACK_DEBIAN_${upper}-DEV_PACKAGE_NAME lib${target}-dev)
     set(CPACK_DEBIAN_${upper}-DEV_PACKAGE_SECTION libdevel)
     string(REPLACE ";" ", " CPACK_DEBIAN_${upper}-DEV_PACKAGE_DEPENDS "${devDepends}")
     set(CPACK_COMPONENT_${upper}_DESCRIPTION
-      "Quandrel IPG client library (${target})\n Takes card and bank payments through the Quandrel Internet Payment Gateway:\n requests, the message envelope, status, cancel and refund calls.")
+      "${summary}\nQuandrel IPG for C++: take card and bank payments through the Quandrel\nInternet Payment Gateway. This package holds the shared library lib${target}.")
     set(CPACK_COMPONENT_${upper}-DEV_DESCRIPTION
-      "Quandrel IPG client library (${target}), development files\n Headers, the CMake package QuandrelIPG and the pkg-config file ${target}.pc.")
+      "${summary} (development files)\nQuandrel IPG for C++: take card and bank payments through the Quandrel\nInternet Payment Gateway. This package holds the headers, the CMake package\nQuandrelIPG (component ${component}) and the pkg-config file ${target}.pc.")
+    qipg_deb_docs(${component} lib${target}${soversion})
+    qipg_deb_docs(${component}-dev lib${target}-dev)
   endforeach()
   set(CPACK_COMPONENT_TOOLS_DEPENDS ${components})
   foreach(component ${components})
