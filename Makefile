@@ -27,8 +27,9 @@ install-check: build
 
 # API documentation in build/docs/html; a warning fails the build.
 docs: deps
-	mkdir -p build/docs
-	doxygen Doxyfile
+	cmake --preset default >/dev/null
+	QIPG_VERSION=$$(sed -n 's/^#define QIPG_VERSION_STRING "\(.*\)"$$/\1/p' build/generated/include/qipg/Version.h) \
+	  doxygen Doxyfile
 
 # Debian packages in build/packages.
 package: build

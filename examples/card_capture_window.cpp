@@ -14,6 +14,7 @@
 #include <curl/curl.h>
 #include <qipg/PaymentWindow.h>
 #include <qipg/qipg.h>
+#include <string.h>  // explicit_bzero
 
 #include <cstdio>
 #include <cstdlib>
@@ -21,8 +22,6 @@
 #include <iostream>
 #include <memory>
 #include <string>
-
-#include <string.h>  // explicit_bzero
 
 namespace {
 
@@ -70,8 +69,7 @@ std::optional<qipg::PaymentResponse> confirm(qipg::QuandrelIPG& client, const st
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::fprintf(stderr, "usage: %s ORDER_ID AMOUNT   (key in QIPG_KEY, card on stdin)\n",
-                 argv[0]);
+    std::fprintf(stderr, "usage: %s ORDER_ID AMOUNT   (key in QIPG_KEY, card on stdin)\n", argv[0]);
     return 2;
   }
   const char* key = std::getenv("QIPG_KEY");
@@ -98,8 +96,8 @@ int main(int argc, char** argv) {
   });
   const std::optional<qipg::URLRequest> request = client->getCardCapturePaymentRequest(
       argv[1], argv[2], "INR", "Example order", /*transactionType=*/1 /* sale */, card.holder,
-      card.number, card.expiry, card.cvv, /*paymentType=*/0 /* credit card */, "", "", "", "",
-      "", "", "", "", "", "", kMerchantID, key, refused);
+      card.number, card.expiry, card.cvv, /*paymentType=*/0 /* credit card */, "", "", "", "", "",
+      "", "", "", "", "", kMerchantID, key, refused);
   if (!request) return 1;
 
   qipg::PaymentWindowOptions options;
@@ -126,7 +124,8 @@ int main(int argc, char** argv) {
   const std::optional<qipg::PaymentResponse> confirmed =
       confirm(*client, argv[1], outcome->response.transactionReferenceNo(), key);
   if (!confirmed) return 1;
-  std::printf("gateway says: %s (%s), reference %s\n", confirmed->statusCode().value_or("?").c_str(),
+  std::printf("gateway says: %s (%s), reference %s\n",
+              confirmed->statusCode().value_or("?").c_str(),
               confirmed->statusDescription().value_or("").c_str(),
               confirmed->transactionReferenceNo().value_or("-").c_str());
   return confirmed->statusCode() == "S" ? 0 : 1;

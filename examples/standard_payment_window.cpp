@@ -104,7 +104,8 @@ int main(int argc, char** argv) {
   const std::optional<qipg::PaymentResponse> confirmed =
       confirm(*client, argv[1], outcome->response.transactionReferenceNo(), key);
   if (!confirmed) return 1;
-  std::printf("gateway says: %s (%s), reference %s\n", confirmed->statusCode().value_or("?").c_str(),
+  std::printf("gateway says: %s (%s), reference %s\n",
+              confirmed->statusCode().value_or("?").c_str(),
               confirmed->statusDescription().value_or("").c_str(),
               confirmed->transactionReferenceNo().value_or("-").c_str());
   return confirmed->statusCode() == "S" ? 0 : 1;

@@ -27,8 +27,8 @@ int main(int argc, char** argv) {
   const auto client = qipg::QuandrelIPG::create();
   if (!client) return 1;
   const auto request = client->getStandardPaymentRequest(
-      argv[2], argv[3], "INR", "install check", std::strtoull(argv[4], nullptr, 10), "", "", "",
-      "", "", "", "", "", "", "", "QIPGTEST0001", key,
+      argv[2], argv[3], "INR", "install check", std::strtoull(argv[4], nullptr, 10), "", "", "", "",
+      "", "", "", "", "", "", "QIPGTEST0001", key,
       qipg::makeResponseDelegate({}, {}, [](const std::string& message) {
         std::fprintf(stderr, "refused: %s\n", message.c_str());
       }));
