@@ -6,9 +6,13 @@
 #   - the CMake package component: find_package(QuandrelIPG COMPONENTS <component>) and the
 #     imported target QuandrelIPG::<target>;
 #   - Debian packages lib<target><SOVERSION> and lib<target>-dev.
-# Options: SUMMARY is the one-line description of its packages; HEADERS names the files of include/qipg/ that belong to this component (the rest
-# belong to "core"); PC_REQUIRES_PRIVATE lists the pkg-config modules it links privately;
-# DEB_DEV_DEPENDS the Debian development packages its pkg-config file needs.
+# Options: SUMMARY is the one-line description of its packages; HEADERS names the files of
+# include/qipg/ that belong to this component (the rest belong to "core");
+# PC_REQUIRES_PRIVATE lists the pkg-config modules it links privately; DEB_DEV_DEPENDS the
+# Debian development packages its pkg-config file needs. A new library (say the Qt window) is
+#   qipg_package_library(qt qipg-qt SUMMARY "..." HEADERS QtPaymentWindow.h
+#     PC_REQUIRES_PRIVATE "Qt6Widgets Qt6WebEngineWidgets" DEB_DEV_DEPENDS qt6-webengine-dev)
+# beside the others in CMakeLists.txt, plus its cmake/qipg-qt.pc.in (copy cmake/qipg-gtk.pc.in).
 # qipg_package_program(<target>) installs a program into the "tools" component (qipg-tools).
 # qipg_package_finish() writes the package configuration and sets up CPack; call it last.
 
