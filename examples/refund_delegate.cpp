@@ -56,6 +56,8 @@ int main(int argc, char** argv) {
       });
   client->refundTransaction(argv[1], argv[2], argv[3], kMerchantID, key, delegate);
   const std::optional<qipg::PaymentResponse> response = future.get();
+  // Stop the client's transport thread here, on this thread, before the program ends.
+  client->shutdown();
   if (!response) return 1;
 
   print("statusCode", response->statusCode());

@@ -103,6 +103,8 @@ int main(int argc, char** argv) {
 
   const std::optional<qipg::PaymentResponse> confirmed =
       confirm(*client, argv[1], outcome->response.transactionReferenceNo(), key);
+  // Stop the client's transport thread here, on this thread, before the program ends.
+  client->shutdown();
   if (!confirmed) return 1;
   std::printf("gateway says: %s (%s), reference %s\n",
               confirmed->statusCode().value_or("?").c_str(),

@@ -67,6 +67,8 @@ int main(int argc, char** argv) {
   auto delegate = std::make_shared<StatusDelegate>();
   client->getTransactionStatus(argv[1], argc == 3 ? argv[2] : "", kMerchantID, key, delegate);
   const std::optional<qipg::PaymentResponse> response = delegate->wait();
+  // Stop the client's transport thread here, on this thread, before the program ends.
+  client->shutdown();
   if (!response) return 1;
 
   print("statusCode", response->statusCode());
