@@ -1,6 +1,6 @@
 # The two set-up commands of the README are `make demo` and `make test`; both install
 # what is missing, configure, build and run. The other targets are for developers.
-.PHONY: deps build demo test check asan tsan fuzz bench clean
+.PHONY: deps build demo test check install-check docs package package-check tidy asan tsan fuzz bench clean
 
 FUZZ_SECONDS ?= 20
 
@@ -14,11 +14,32 @@ build: deps
 demo: build
 	scripts/with-display ./build/bin/ipg demo --out build/demo
 
-# Everything CI runs: the normal build's tests, the sanitizer builds' tests, the fuzzers.
-test: check asan tsan fuzz
+# Everything CI runs: the normal build's tests, the install tree used as a merchant would, the
+# API documentation, the Debian packages, clang-tidy, the sanitizer builds' tests, the fuzzers.
+test: check install-check docs package-check tidy asan tsan fuzz
 
 check: build
 	ctest --preset default
+
+# Reuses build/: installs it into a temporary prefix and builds and runs programs against it.
+install-check: build
+	scripts/check-install build
+
+# API documentation in build/docs/html; a warning fails the build.
+docs: deps
+	cmake --preset default >/dev/null
+	QIPG_VERSION=$$(sed -n 's/^#define QIPG_VERSION_STRING "\(.*\)"$$/\1/p' build/generated/include/qipg/Version.h) \
+	  doxygen Doxyfile
+
+# Debian packages in build/packages.
+package: build
+	cd build && cpack
+
+package-check: build
+	scripts/check-packages build
+
+tidy: build
+	scripts/run-clang-tidy build
 
 asan: deps
 	cmake --preset asan

@@ -1,10 +1,11 @@
-// One class with three roles: the character-set validators the request builders use, the
-// parsers that turn the gateway's answers into PaymentResponse records, and the store of the
-// envelope's IV.
-//
-// No state: every operation is thread-safe. The IV store is process-wide and persistent
-// (a SQLite user-defaults file, see docs/DESIGN.md), shared by every client in the process
-// and kept across runs.
+/// @class qipg::CommonUtilities
+/// One class with three roles: the character-set validators the request builders use, the
+/// parsers that turn the gateway's answers into PaymentResponse records, and the store of the
+/// envelope's IV.
+///
+/// No state: every operation is thread-safe. The IV store is process-wide and persistent
+/// (a SQLite user-defaults file, see docs/DESIGN.md), shared by every client in the process
+/// and kept across runs.
 #pragma once
 
 #include "qipg/Export.h"
@@ -15,43 +16,51 @@ namespace qipg {
 
 class QIPG_EXPORT CommonUtilities {
  public:
-  // ---- validators: true when every character of the text is in the set; the empty text is
-  // true, an absent text false. Characters are UTF-16 code units: anything outside ASCII,
-  // a tab or a line break is outside every set. Lengths and emptiness are the caller's.
+  /// @name Validators
+  /// True when every character of the text is in the set; the empty text is true, an absent
+  /// text false. Characters are UTF-16 code units: anything outside ASCII, a tab or a line
+  /// break is outside every set. Lengths and emptiness are the caller's.
+  /// @{
 
-  // "0123456789."
+  /// "0123456789."
   bool isNumeric(const Text& text) const;
-  // ASCII letters and digits.
+  /// ASCII letters and digits.
   bool isAlphaNumeric(const Text& text) const;
-  // ASCII letters and digits, blank and @-/$%*[]&#.,
+  /// ASCII letters and digits, blank and @-/$%*[]&#.,
   bool isAlphaNumericWithSpecialCharacters(const Text& text) const;
+  /// @}
 
-  // ---- parsers: fields are split at every "|" with no quoting; empty fields stay empty
-  // texts. A text that is absent or has the wrong number of fields gives a record with
-  // statusCode "F" and every other property absent. Never fail, never throw.
+  /// @name Parsers
+  /// Fields are split at every "|" with no quoting; empty fields stay empty texts. A text
+  /// that is absent or has the wrong number of fields gives a record with statusCode "F" and
+  /// every other property absent. Never fail, never throw.
+  /// @{
 
-  // The payment result read from the gateway's final page: exactly 22 fields, field 0 (the
-  // order id) with every quotation mark and blank removed.
+  /// The payment result read from the gateway's final page: exactly 22 fields, field 0 (the
+  /// order id) with every quotation mark and blank removed.
   PaymentResponse getPaymentResponseFromString(const Text& responseString) const;
 
-  // The answer to a status inquiry: 22 fields or more, field 0 (the reference number) with
-  // every quotation mark removed.
+  /// The answer to a status inquiry: 22 fields or more, field 0 (the reference number) with
+  /// every quotation mark removed.
   PaymentResponse getResponseFromString(const Text& responseString) const;
 
-  // The answer to a cancel or refund request: 16 fields or more; amount, rrn,
-  // transactionDateTime, authnCode, authzCode and captureStatus are set to the empty text.
+  /// The answer to a cancel or refund request: 16 fields or more; amount, rrn,
+  /// transactionDateTime, authnCode, authzCode and captureStatus are set to the empty text.
   PaymentResponse getCancelOrRefundPaymentResponse(const Text& responseString) const;
+  /// @}
 
-  // ---- IV store.
+  /// @name IV store
+  /// @{
 
-  // Stores `value` under `key`, durably, replacing what was there (an absent `value` removes
-  // it; an absent `key` does nothing). A failing store (locked for too long, unwritable)
-  // keeps nothing and reports nothing. Any text may be stored under any key, "" included.
+  /// Stores `value` under `key`, durably, replacing what was there (an absent `value` removes
+  /// it; an absent `key` does nothing). A failing store (locked for too long, unwritable)
+  /// keeps nothing and reports nothing. Any text may be stored under any key, "" included.
   static void SetRandomIV(const Text& value, const Text& key);
 
-  // The text stored under `key`; absent for an empty or absent key, when nothing is stored,
-  // or when the store cannot be read.
+  /// The text stored under `key`; absent for an empty or absent key, when nothing is stored,
+  /// or when the store cannot be read.
   static Text getRandomIVforKey(const Text& key);
+  /// @}
 };
 
 }  // namespace qipg

@@ -1,13 +1,14 @@
-// The builder of a card-capture payment request, the kind in which the merchant's application
-// collects the card details itself and sends them, sealed, inside the request message.
-//
-// The same three operations as IPGStandardRequest (store, validate, build and seal) and the
-// same first 20 message slots; it adds the payment type, the card details and a net-banking
-// code (six more slots) and its own checks on them.
-//
-// Not thread-safe: one object is used by one thread at a time. The merchant key and the card
-// details are wiped from memory when they are replaced and when the object is destroyed, and
-// the plain message is wiped as soon as it is sealed.
+/// @class qipg::IPGCardCaptureRequest
+/// The builder of a card-capture payment request, the kind in which the merchant's application
+/// collects the card details itself and sends them, sealed, inside the request message.
+///
+/// The same three operations as IPGStandardRequest (store, validate, build and seal) and the
+/// same first 20 message slots; it adds the payment type, the card details and a net-banking
+/// code (six more slots) and its own checks on them.
+///
+/// Not thread-safe: one object is used by one thread at a time. The merchant key and the card
+/// details are wiped from memory when they are replaced and when the object is destroyed, and
+/// the plain message is wiped as soon as it is sealed.
 #pragma once
 
 #include <string>
@@ -22,13 +23,13 @@ namespace qipg {
 
 class QIPG_EXPORT IPGCardCaptureRequest {
  public:
-  // Every field absent.
+  /// Every field absent.
   IPGCardCaptureRequest();
 
-  // Stores the 28 texts, in order, into mid, orderId, amount, trnCurrency, trnRemarks,
-  // meTransReqType, recurrPeriod, recurrDay, noOfRecurring, responseUrl, reqMsg, statusDesc,
-  // payTypeCode, cardNumber, expiryDate, nameOnCard, cvv, enckey and addField1 ... addField10.
-  // Nothing is checked; netBankCode and refundAmt stay absent.
+  /// Stores the 28 texts, in order, into mid, orderId, amount, trnCurrency, trnRemarks,
+  /// meTransReqType, recurrPeriod, recurrDay, noOfRecurring, responseUrl, reqMsg, statusDesc,
+  /// payTypeCode, cardNumber, expiryDate, nameOnCard, cvv, enckey and addField1 ... addField10.
+  /// Nothing is checked; netBankCode and refundAmt stay absent.
   IPGCardCaptureRequest(Text merchantID, Text orderID, Text txnAmount, Text txnCurrency,
                         Text txnRemarks, Text meTxnReqType, Text recurrPeriod, Text recurrDay,
                         Text noOfRecurring, Text responseUrl, Text reqMsg, Text statusDesc,
@@ -38,16 +39,20 @@ class QIPG_EXPORT IPGCardCaptureRequest {
                         Text additonalField6, Text additonalField7, Text additonalField8,
                         Text additonalField9, Text additonalField10);
 
+  /// @{
+  /// Copyable and movable; a copy holds its own copy of the key and the card data, wiped when
+  /// it goes.
   IPGCardCaptureRequest(const IPGCardCaptureRequest&) = default;
   IPGCardCaptureRequest& operator=(const IPGCardCaptureRequest&) = default;
   IPGCardCaptureRequest(IPGCardCaptureRequest&&) = default;
   IPGCardCaptureRequest& operator=(IPGCardCaptureRequest&&) = default;
   ~IPGCardCaptureRequest();
+  /// @}
 
-  // Vets a caller's input: "Success" when every check passes, else the message of the first
-  // check that fails. Looks only at its arguments. The card details are checked whatever the
-  // payment type. An invalid tenth additional field is reported as
-  // "Invalid Additional Field8 Input".
+  /// Vets a caller's input: "Success" when every check passes, else the message of the first
+  /// check that fails. Looks only at its arguments. The card details are checked whatever the
+  /// payment type. An invalid tenth additional field is reported as
+  /// "Invalid Additional Field8 Input".
   std::string validateInputForCardCaptureRequest(
       const Text& orderID, const Text& transactionAmount, const Text& transactionCurrency,
       const Text& transactionDescription, const Text& transactionType, const Text& cardHolderName,
@@ -58,16 +63,18 @@ class QIPG_EXPORT IPGCardCaptureRequest {
       const Text& additionalField9, const Text& additionalField10, const Text& mid,
       const Text& encryptionString);
 
-  // Checks the stored fields, lays out the 26-slot message, seals it with enckey and sets
-  // statusDesc (always) and reqMsg (on success only). For a card payment type ("DC", "CC",
-  // "CUG", "NA") a successful check of the card details sets netBankCode to "NA". An empty
-  // sealed text is reported as a failure and leaves reqMsg as it was. Returns this object.
-  //
-  // Throws std::invalid_argument, naming the field, when a field that a message slot needs is
-  // absent (for example trnCurrency, or a card field under "NB").
+  /// Checks the stored fields, lays out the 26-slot message, seals it with enckey and sets
+  /// statusDesc (always) and reqMsg (on success only). For a card payment type ("DC", "CC",
+  /// "CUG", "NA") a successful check of the card details sets netBankCode to "NA". An empty
+  /// sealed text is reported as a failure and leaves reqMsg as it was. Returns this object.
+  ///
+  /// Throws std::invalid_argument, naming the field, when a field that a message slot needs is
+  /// absent (for example trnCurrency, or a card field under "NB").
   IPGCardCaptureRequest& getTransactionRequestMessage();
 
-  // ---- fields
+  /// @{
+  /// One of the request's fields (what each holds: see the constructor). A setter stores its
+  /// value as given and checks nothing.
   const Text& mid() const { return fields_.mid; }
   void setMid(Text value) { fields_.mid = std::move(value); }
   const Text& orderId() const { return fields_.orderId; }
@@ -115,7 +122,7 @@ class QIPG_EXPORT IPGCardCaptureRequest {
   const Text& addField10() const { return fields_.addField[9]; }
   void setAddField10(Text value) { fields_.addField[9] = std::move(value); }
 
-  // "CC", "DC", "CUG", "NA" or "NB".
+  /// "CC", "DC", "CUG", "NA" or "NB".
   const Text& payTypeCode() const { return payTypeCode_; }
   void setPayTypeCode(Text value) { payTypeCode_ = std::move(value); }
   const Text& cardNumber() const { return cardNumber_; }
@@ -126,15 +133,16 @@ class QIPG_EXPORT IPGCardCaptureRequest {
   void setNameOnCard(Text value);
   const Text& cvv() const { return cvv_; }
   void setCvv(Text value);
-  // Never set by the constructors nor read by any operation of this class.
+  /// Never set by the constructors nor read by any operation of this class.
   const Text& refundAmt() const { return refundAmt_; }
   void setRefundAmt(Text value) { refundAmt_ = std::move(value); }
-  // Required for "NB"; replaced by "NA" when the card details of a card payment type pass.
+  /// Required for "NB"; replaced by "NA" when the card details of a card payment type pass.
   const Text& netBankCode() const { return netBankCode_; }
   void setNetBankCode(Text value) { netBankCode_ = std::move(value); }
+  /// @}
 
  private:
-  CommonUtilities commonUtilities_;  // the validators; renewed by every validation
+  CommonUtilities commonUtilities_;  ///< the validators; renewed by every validation
   PaymentRequestFields fields_;
   Text cardNumber_;
   Text cvv_;

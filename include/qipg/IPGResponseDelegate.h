@@ -1,14 +1,8 @@
-// What a QuandrelIPG operation tells its caller.
-//
-// Every message is pure virtual: the client never asks whether one is implemented.
-// - didReceivePaymentResponse: status, cancel and refund; on the transport's background
-//   thread, exactly once per call that passed validation. A delegate that touches a user
-//   interface must switch threads itself.
-// - didReceiveInputError: status, cancel and refund; synchronously on the caller's thread,
-//   before the call returns; nothing was sent.
-// - requestFailedError: the two payment operations; synchronously, exactly once per failed
-//   call.
-// The arguments live only for the duration of the call: copy what you keep.
+/// @class qipg::IPGResponseDelegate
+/// What a QuandrelIPG operation tells its caller.
+///
+/// Every message is pure virtual: the client never asks whether one is implemented.
+/// The arguments live only for the duration of the call: copy what you keep.
 #pragma once
 
 #include <functional>
@@ -23,13 +17,20 @@ namespace qipg {
 class QIPG_EXPORT IPGResponseDelegate {
  public:
   virtual ~IPGResponseDelegate() = default;
+  /// Status, cancel and refund: the gateway's answer (statusCode "F" when the call failed on
+  /// the way). On the transport's background thread, exactly once per call that passed
+  /// validation. A delegate that touches a user interface must switch threads itself.
   virtual void didReceivePaymentResponse(const PaymentResponse& response) = 0;
+  /// Status, cancel and refund: the input was refused and nothing was sent. Synchronously on
+  /// the caller's thread, before the call returns.
   virtual void didReceiveInputError(const std::string& message) = 0;
+  /// The two payment operations: why no request could be built. Synchronously, exactly once
+  /// per failed call.
   virtual void requestFailedError(const std::string& message) = 0;
 };
 
-// A delegate made of three callables, for hosts that prefer lambdas. An empty callable
-// ignores its message. The callables run on the threads documented above.
+/// A delegate made of three callables, for hosts that prefer lambdas. An empty callable
+/// ignores its message. The callables run on the threads documented above.
 QIPG_EXPORT std::shared_ptr<IPGResponseDelegate> makeResponseDelegate(
     std::function<void(const PaymentResponse&)> didReceivePaymentResponse,
     std::function<void(const std::string&)> didReceiveInputError = {},

@@ -1,14 +1,15 @@
-// The builder of a standard payment request, the kind in which the customer completes the
-// payment on the gateway's own pages.
-//
-// It stores the fields given at creation, vets a caller's raw input field by field
-// (validateInputForStandardRequest, one text verdict), and builds the pipe-separated request
-// message from its stored fields, seals it with the merchant key (encryptTextWithEncKey) and
-// records the sealed text in reqMsg and the outcome in statusDesc
-// (getTransactionRequestMessage).
-//
-// Not thread-safe: one object is used by one thread at a time. The merchant key and the card
-// fields are wiped from memory when they are replaced and when the object is destroyed.
+/// @class qipg::IPGStandardRequest
+/// The builder of a standard payment request, the kind in which the customer completes the
+/// payment on the gateway's own pages.
+///
+/// It stores the fields given at creation, vets a caller's raw input field by field
+/// (validateInputForStandardRequest, one text verdict), and builds the pipe-separated request
+/// message from its stored fields, seals it with the merchant key (encryptTextWithEncKey) and
+/// records the sealed text in reqMsg and the outcome in statusDesc
+/// (getTransactionRequestMessage).
+///
+/// Not thread-safe: one object is used by one thread at a time. The merchant key and the card
+/// fields are wiped from memory when they are replaced and when the object is destroyed.
 #pragma once
 
 #include <string>
@@ -23,13 +24,13 @@ namespace qipg {
 
 class QIPG_EXPORT IPGStandardRequest {
  public:
-  // Every field absent.
+  /// Every field absent.
   IPGStandardRequest();
 
-  // Stores the 23 texts, in order, into mid, orderId, amount, trnCurrency, trnRemarks,
-  // meTransReqType, recurrPeriod, recurrDay, noOfRecurring, responseUrl, reqMsg, statusDesc,
-  // enckey and addField1 ... addField10. Nothing is checked or trimmed; an absent argument
-  // leaves its field absent.
+  /// Stores the 23 texts, in order, into mid, orderId, amount, trnCurrency, trnRemarks,
+  /// meTransReqType, recurrPeriod, recurrDay, noOfRecurring, responseUrl, reqMsg, statusDesc,
+  /// enckey and addField1 ... addField10. Nothing is checked or trimmed; an absent argument
+  /// leaves its field absent.
   IPGStandardRequest(Text merchantID, Text orderID, Text txnAmount, Text txnCurrency,
                      Text txnRemarks, Text meTxnReqType, Text recurrPeriod, Text recurrDay,
                      Text noOfRecurring, Text responseUrl, Text reqMsg, Text statusDesc,
@@ -38,16 +39,19 @@ class QIPG_EXPORT IPGStandardRequest {
                      Text additonalField6, Text additonalField7, Text additonalField8,
                      Text additonalField9, Text additonalField10);
 
+  /// @{
+  /// Copyable and movable; a copy holds its own copy of the key, wiped when it goes.
   IPGStandardRequest(const IPGStandardRequest&) = default;
   IPGStandardRequest& operator=(const IPGStandardRequest&) = default;
   IPGStandardRequest(IPGStandardRequest&&) = default;
   IPGStandardRequest& operator=(IPGStandardRequest&&) = default;
   ~IPGStandardRequest();
+  /// @}
 
-  // Vets a caller's input: "Success" when every check passes, else the message of the first
-  // check that fails. Looks only at its arguments, never at the stored fields; the
-  // transaction type is accepted and not examined. "Missing" means absent or empty; an empty
-  // additional field is skipped, an absent one is rejected.
+  /// Vets a caller's input: "Success" when every check passes, else the message of the first
+  /// check that fails. Looks only at its arguments, never at the stored fields; the
+  /// transaction type is accepted and not examined. "Missing" means absent or empty; an empty
+  /// additional field is skipped, an absent one is rejected.
   std::string validateInputForStandardRequest(
       const Text& orderID, const Text& transactionAmount, const Text& transactionCurrency,
       const Text& transactionDescription, const Text& transactionType, const Text& additionalField1,
@@ -56,17 +60,19 @@ class QIPG_EXPORT IPGStandardRequest {
       const Text& additionalField8, const Text& additionalField9, const Text& additionalField10,
       const Text& mid, const Text& encryptionString);
 
-  // Checks the stored fields, lays out the 20-slot message, seals it with enckey and sets
-  // statusDesc (always) and reqMsg (when the message was built). After a seal statusDesc is
-  // "Success" whatever the sealed text is (an empty sealed text included). Returns this
-  // object, so that the caller reads statusDesc and reqMsg from the result.
-  //
-  // Throws std::invalid_argument, naming the field, when a field that a message slot needs
-  // (remarks, a recurrence field, an additional field) is absent; pass empty texts for the
-  // fields not used.
+  /// Checks the stored fields, lays out the 20-slot message, seals it with enckey and sets
+  /// statusDesc (always) and reqMsg (when the message was built). After a seal statusDesc is
+  /// "Success" whatever the sealed text is (an empty sealed text included). Returns this
+  /// object, so that the caller reads statusDesc and reqMsg from the result.
+  ///
+  /// Throws std::invalid_argument, naming the field, when a field that a message slot needs
+  /// (remarks, a recurrence field, an additional field) is absent; pass empty texts for the
+  /// fields not used.
   IPGStandardRequest& getTransactionRequestMessage();
 
-  // ---- fields
+  /// @{
+  /// One of the request's fields (what each holds: see the constructor). A setter stores its
+  /// value as given and checks nothing.
   const Text& mid() const { return fields_.mid; }
   void setMid(Text value) { fields_.mid = std::move(value); }
   const Text& orderId() const { return fields_.orderId; }
@@ -114,8 +120,8 @@ class QIPG_EXPORT IPGStandardRequest {
   const Text& addField10() const { return fields_.addField[9]; }
   void setAddField10(Text value) { fields_.addField[9] = std::move(value); }
 
-  // Declared for symmetry with IPGCardCaptureRequest; neither set by the constructors nor
-  // read by any operation of this class.
+  /// Declared for symmetry with IPGCardCaptureRequest; neither set by the constructors nor
+  /// read by any operation of this class.
   const Text& payTypeCode() const { return payTypeCode_; }
   void setPayTypeCode(Text value) { payTypeCode_ = std::move(value); }
   const Text& cardNumber() const { return cardNumber_; }
@@ -126,9 +132,10 @@ class QIPG_EXPORT IPGStandardRequest {
   void setNameOnCard(Text value);
   const Text& cvv() const { return cvv_; }
   void setCvv(Text value);
+  /// @}
 
  private:
-  CommonUtilities commonUtilities_;  // the validators; renewed by every validation
+  CommonUtilities commonUtilities_;  ///< the validators; renewed by every validation
   PaymentRequestFields fields_;
   Text cardNumber_;
   Text cvv_;

@@ -1,11 +1,12 @@
-// The record in which every operation's result reaches the host: the status, cancel and
-// refund answers and the result of a payment made on the gateway's pages.
-//
-// 25 text properties, every one absent on a fresh record. A record from an answer that could
-// not be used has statusCode "F" and every other property absent. Which properties each kind
-// of answer fills is documented on CommonUtilities' parsers.
-//
-// A plain value: copyable, no locking; fill it on one thread and then hand it over.
+/// @class qipg::PaymentResponse
+/// The record in which every operation's result reaches the host: the status, cancel and
+/// refund answers and the result of a payment made on the gateway's pages.
+///
+/// 25 text properties, every one absent on a fresh record. A record from an answer that could
+/// not be used has statusCode "F" and every other property absent. Which properties each kind
+/// of answer fills is documented on CommonUtilities' parsers.
+///
+/// A plain value: copyable, no locking; fill it on one thread and then hand it over.
 #pragma once
 
 #include <utility>
@@ -17,8 +18,12 @@ namespace qipg {
 
 class QIPG_EXPORT PaymentResponse {
  public:
+  /// A record with every property absent.
   PaymentResponse() = default;
 
+  /// @{
+  /// One of the record's properties; absent when the answer did not carry it. A setter stores
+  /// its value as given.
   const Text& transactionReferenceNo() const { return transactionReferenceNo_; }
   void setTransactionReferenceNo(Text value) { transactionReferenceNo_ = std::move(value); }
   const Text& orderID() const { return orderID_; }
@@ -69,8 +74,9 @@ class QIPG_EXPORT PaymentResponse {
   void setAddtionalField9(Text value) { addtionalField9_ = std::move(value); }
   const Text& addtionalField10() const { return addtionalField10_; }
   void setAddtionalField10(Text value) { addtionalField10_ = std::move(value); }
+  /// @}
 
-  // Field-by-field equality, absent and empty told apart.
+  /// Field-by-field equality, absent and empty told apart.
   bool operator==(const PaymentResponse&) const = default;
 
  private:

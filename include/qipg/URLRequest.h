@@ -1,5 +1,6 @@
-// A URL request as a plain value: what the payment operations return and what the transport
-// sends. Copyable; no locking (one thread at a time).
+/// @struct qipg::URLRequest
+/// A URL request as a plain value: what the payment operations return and what the transport
+/// sends. Copyable; no locking (one thread at a time).
 #pragma once
 
 #include <string>
@@ -12,7 +13,7 @@
 
 namespace qipg {
 
-// The platform's cache policies, with their platform values.
+/// The platform's cache policies, with their platform values.
 enum class URLRequestCachePolicy : unsigned {
   UseProtocolCachePolicy = 0,
   ReloadIgnoringLocalCacheData = 1,
@@ -23,21 +24,22 @@ enum class URLRequestCachePolicy : unsigned {
 };
 
 struct QIPG_EXPORT URLRequest {
-  Text url;                        // absent when no URL could be formed
-  std::string httpMethod = "GET";  // "POST" for every request of this library
-  std::vector<std::pair<std::string, std::string>> allHTTPHeaderFields;  // in order set
-  Bytes httpBody;
+  Text url;                        ///< absent when no URL could be formed
+  std::string httpMethod = "GET";  ///< "POST" for every request of this library
+  std::vector<std::pair<std::string, std::string>> allHTTPHeaderFields;  ///< in order set
+  Bytes httpBody;  ///< the body, sent as it stands
+  /// Kept for the interface; the library keeps no HTTP cache.
   URLRequestCachePolicy cachePolicy = URLRequestCachePolicy::UseProtocolCachePolicy;
-  double timeoutInterval = 60.0;  // seconds; 0 means the HTTP stack's own defaults
+  double timeoutInterval = 60.0;  ///< seconds; 0 means the HTTP stack's own defaults
 
-  // The value of the first header whose name matches `field` ignoring ASCII case; absent
-  // when there is none.
+  /// The value of the first header whose name matches `field` ignoring ASCII case; absent
+  /// when there is none.
   Text valueForHTTPHeaderField(std::string_view field) const;
 
-  // Replaces the value of the header named `field` (ignoring ASCII case), or appends it.
+  /// Replaces the value of the header named `field` (ignoring ASCII case), or appends it.
   void setValueForHTTPHeaderField(const std::string& value, const std::string& field);
 
-  // The body as text (bytes as they stand).
+  /// The body as text (bytes as they stand).
   std::string bodyText() const { return std::string(httpBody.begin(), httpBody.end()); }
 };
 

@@ -1,7 +1,9 @@
-// Everything a host application needs from the core library, in one include:
-// the client and its delegate, the idiomatic client (Client, Result, Error), the request
-// builders, the response record, the envelope and its primitives, the payment page controller
-// and its ports. The GTK window (<qipg/PaymentWindow.h>, libqipg-gtk) is not included.
+/// @file qipg.h
+/// Everything a host application needs from the core library, in one include:
+/// the client and its delegate, the idiomatic client (Client, Result, Error), the request
+/// builders, the response record, the envelope and its primitives, the payment page controller
+/// and its ports. The payment windows (<qipg/PaymentWindow.h>, libqipg-gtk, and the Qt one) are
+/// not included.
 #pragma once
 
 #include "qipg/Base64.h"
