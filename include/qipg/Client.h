@@ -42,6 +42,8 @@ namespace qipg {
 /// with ErrorKind::ShutDown.
 class QIPG_EXPORT Client {
  public:
+  /// Receives a call's result, exactly once, on the options' callbackExecutor or else on one of
+  /// the client's completion threads; never on the caller's thread.
   using Callback = std::function<void(Result<PaymentResponse>)>;
 
   /// Makes a client. Errors: Config when the gateway configuration has a problem (its
@@ -57,15 +59,18 @@ class QIPG_EXPORT Client {
   /// The state of an earlier payment (nothing changes at the gateway).
   std::future<Result<PaymentResponse>> status(const TransactionQuery& query,
                                               std::stop_token stop = {});
+  /// status() with a callback instead of a future.
   void status(const TransactionQuery& query, Callback callback, std::stop_token stop = {});
 
   /// Cancels a pre-authorisation that was not captured.
   std::future<Result<PaymentResponse>> cancel(const TransactionQuery& query,
                                               std::stop_token stop = {});
+  /// cancel() with a callback instead of a future.
   void cancel(const TransactionQuery& query, Callback callback, std::stop_token stop = {});
 
   /// Gives back part or all of a captured payment.
   std::future<Result<PaymentResponse>> refund(const RefundQuery& query, std::stop_token stop = {});
+  /// refund() with a callback instead of a future.
   void refund(const RefundQuery& query, Callback callback, std::stop_token stop = {});
 
   /// The request that opens the gateway's payment page (nothing is sent; hand it to a payment

@@ -21,7 +21,7 @@ using CallbackExecutor = std::function<void(std::function<void()>)>;
 /// The settings of one qipg::Client: a plain aggregate, read once by Client::create (later
 /// changes to it have no effect on a client already made). Not guarded: fill it on one thread.
 struct ClientOptions {
-  Environment environment = Environment::Test;
+  Environment environment = Environment::Test;  ///< The gateway to talk to; test by default.
   /// Base URLs, CA file, pinned key and time-outs. The one of `environment` is used.
   GatewayConfig gateway = GatewayConfig::fromEnvironment();
   /// The merchant's ID at the gateway. Empty: both the ID and the key are read once, at

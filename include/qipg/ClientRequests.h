@@ -24,15 +24,15 @@ enum class PaymentType {
 
 /// Order and gateway reference of an earlier payment, for a status inquiry or a cancel.
 struct TransactionQuery {
-  std::string orderID{};
+  std::string orderID{};  ///< The merchant's order ID of the payment.
   /// The gateway's reference number of the payment (may be empty for a status inquiry).
   std::string transactionRefNumber{};
 };
 
 /// An earlier payment and the amount of it to give back.
 struct RefundQuery {
-  std::string orderID{};
-  std::string transactionRefNumber{};
+  std::string orderID{};               ///< The merchant's order ID of the payment.
+  std::string transactionRefNumber{};  ///< The gateway's reference number of the payment.
   /// In the payment's currency: greater than zero, at most two decimals ("5.00").
   std::string amount{};
 };
@@ -42,13 +42,13 @@ using AdditionalFields = std::array<std::string, 10>;
 
 /// A payment made on the gateway's hosted pages.
 struct StandardPayment {
-  std::string orderID{};
+  std::string orderID{};  ///< The merchant's order ID, unique per payment.
   /// Greater than zero, at most two decimals ("15.00").
   std::string amount{};
   std::string currency{};  ///< ISO 4217 code, e.g. "INR"
-  TransactionType type = TransactionType::Sale;
+  TransactionType type = TransactionType::Sale;  ///< Sale (captured) by default.
   std::string description{};  ///< Required by the gateway's checks; not sent.
-  AdditionalFields additionalFields{};
+  AdditionalFields additionalFields{};  ///< The merchant's own fields, each may be empty.
 };
 
 /// The card of a card-capture payment. Every field is a secret: the client wipes its copies.
@@ -56,19 +56,19 @@ struct Card {
   std::string number{};  ///< Digits only; must pass the Luhn check.
   std::string expiry{};  ///< MMYY, a real month not in the past.
   std::string cvv{};     ///< 3 or 4 digits.
-  std::string holderName{};
+  std::string holderName{};  ///< As printed on the card.
 };
 
 /// A payment whose card data the merchant collected itself.
 struct CardCapturePayment {
-  std::string orderID{};
-  std::string amount{};
-  std::string currency{};
-  TransactionType type = TransactionType::Sale;
-  std::string description{};
-  Card card{};
-  PaymentType paymentType = PaymentType::CreditCard;
-  AdditionalFields additionalFields{};
+  std::string orderID{};      ///< The merchant's order ID, unique per payment.
+  std::string amount{};       ///< Greater than zero, at most two decimals ("15.00").
+  std::string currency{};     ///< ISO 4217 code, e.g. "INR"
+  TransactionType type = TransactionType::Sale;  ///< Sale (captured) by default.
+  std::string description{};  ///< Required by the gateway's checks; not sent.
+  Card card{};                ///< The customer's card; wiped by the client when done.
+  PaymentType paymentType = PaymentType::CreditCard;  ///< Credit card by default.
+  AdditionalFields additionalFields{};  ///< The merchant's own fields, each may be empty.
 };
 
 }  // namespace qipg

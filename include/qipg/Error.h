@@ -30,7 +30,7 @@ QIPG_EXPORT std::string_view errorKindName(ErrorKind kind);
 /// A failed call: what went wrong, in one human sentence, with the transport's own report when
 /// there is one. A plain value; copy it freely. It never holds a key or card data.
 struct QIPG_EXPORT Error {
-  ErrorKind kind = ErrorKind::Input;
+  ErrorKind kind = ErrorKind::Input;  ///< The cause, coarse enough to decide what to do next.
   /// One sentence naming the cause, e.g. "the gateway at https://127.0.0.1:4431/ipg/ refused
   /// the connection". When outcomeUnknown is true it also says to confirm with a status
   /// inquiry before retrying.

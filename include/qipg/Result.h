@@ -24,12 +24,17 @@ class Result {
 
   /// True when a value is held.
   bool ok() const noexcept { return content_.index() == 0; }
+  /// The same as ok().
   explicit operator bool() const noexcept { return ok(); }
 
+  /// The value held; throws std::bad_variant_access when an error is held.
   T& value() & { return std::get<0>(content_); }
+  /// @copydoc value()
   const T& value() const& { return std::get<0>(content_); }
+  /// The value held, moved out; throws std::bad_variant_access when an error is held.
   T&& value() && { return std::get<0>(std::move(content_)); }
 
+  /// The error held; throws std::bad_variant_access when a value is held.
   const Error& error() const { return std::get<1>(content_); }
 
  private:
