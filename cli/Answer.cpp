@@ -1,5 +1,10 @@
 #include "Answer.h"
 
+#include <algorithm>
+
+#include <unistd.h>
+
+#include <cstdio>
 #include <utility>
 
 namespace ipg {
@@ -11,9 +16,29 @@ std::shared_ptr<qipg::IPGResponseDelegate> Answer::delegate() {
       [self](const std::string& message) { self->set(std::nullopt, message); });
 }
 
-bool Answer::waitFor(std::chrono::seconds limit) {
+bool Answer::waitFor(std::chrono::seconds limit, bool spinner) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  const Clock::time_point end = start + limit;
+  spinner = spinner && ::isatty(STDERR_FILENO) == 1;
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, limit, [this] { return told_; });
+  bool shown = false;
+  for (int frame = 0;; ++frame) {
+    const Clock::time_point next =
+        std::min(end, Clock::now() + std::chrono::milliseconds(spinner ? 100 : 3600000));
+    if (changed_.wait_until(lock, next, [this] { return told_; }) || Clock::now() >= end) break;
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    if (elapsed >= 1.0) {
+      std::fprintf(stderr, "\r%c waiting for the gateway... %.1f s ", "|/-\\"[frame % 4], elapsed);
+      std::fflush(stderr);
+      shown = true;
+    }
+  }
+  if (shown) {
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+  }
+  return told_;
 }
 
 std::optional<qipg::PaymentResponse> Answer::record() const {

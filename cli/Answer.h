@@ -22,8 +22,10 @@ class Answer : public std::enable_shared_from_this<Answer> {
   // A delegate that records the first record or input error it is told.
   std::shared_ptr<qipg::IPGResponseDelegate> delegate();
 
-  // Waits until something was told or `limit` passed; true when something was told.
-  bool waitFor(std::chrono::seconds limit);
+  // Waits until something was told or `limit` passed; true when something was told. With
+  // `spinner`, a wait longer than a second shows a one-line spinner with the elapsed time on
+  // standard error, when that is a terminal; the line is cleared when the wait ends.
+  bool waitFor(std::chrono::seconds limit, bool spinner = false);
 
   std::optional<qipg::PaymentResponse> record() const;
   std::optional<std::string> inputError() const;

@@ -31,21 +31,6 @@
 namespace ipg {
 namespace {
 
-const char* const kUsage =
-    "usage: ipg demo [--out DIR]\n"
-    "\n"
-    "The tour of the library against a sandbox gateway started inside this process (nothing\n"
-    "leaves this machine, and your own stored IV is not touched: the demo keeps its user\n"
-    "defaults in a private temporary directory):\n"
-    "  - creates a client for the sandbox and seals and opens a sample message;\n"
-    "  - a standard payment completed in the real payment window, the test card filled in by\n"
-    "    the demo itself; a card-capture payment (a pre-authorisation);\n"
-    "  - a status inquiry and a partial refund of the first payment, a cancel of the second;\n"
-    "  - one input error, reported before anything is sent;\n"
-    "and prints one table of the records. It needs a display for the window (`make demo` runs\n"
-    "it under Xvfb when there is none) and saves PNG screenshots of the payment page and of\n"
-    "the final page in DIR (default: demo-output).\n";
-
 #if defined(QIPG_HAVE_SANDBOX) && defined(QIPG_HAVE_GTK)
 
 constexpr char kApprovedCard[] = "4111111111111111";
@@ -385,8 +370,8 @@ class Tour {
   std::vector<std::string> screenshots_;
 };
 
-int runDemo(const Args& args) {
-  const std::filesystem::path out = flagValue(args, "out").value_or("demo-output");
+int runDemo(const std::string& outDir) {
+  const std::filesystem::path out = outDir;
   std::error_code error;
   std::filesystem::create_directories(out, error);
   if (error || ::chmod(out.c_str(), 0700) != 0) {
@@ -399,15 +384,30 @@ int runDemo(const Args& args) {
 
 #else
 
-int runDemo(const Args&) {
+int runDemo(const std::string&) {
   std::cerr << "ipg demo: this build has no sandbox gateway or no payment window\n";
   return 1;
 }
 
 #endif
 
-const Registration registration{{"demo", "the tour: five operations end to end against a sandbox",
-                                 kUsage, &runDemo}};
-
 }  // namespace
+
+Command addDemoCommand(CLI::App& app) {
+  auto out = std::make_shared<std::string>("demo-output");
+  CLI::App* sub = app.add_subcommand("demo", "the tour: five operations end to end against a sandbox");
+  sub->footer(
+      "The tour of the library against a sandbox gateway started inside this process (nothing\n"
+      "leaves this machine, and your own stored IV is not touched: the demo keeps its user\n"
+      "defaults in a private temporary directory): a client for the sandbox seals and opens a\n"
+      "sample message; a standard payment is completed in the real payment window, the test\n"
+      "card filled in by the demo itself; a card-capture payment (a pre-authorisation); a status\n"
+      "inquiry and a partial refund of the first payment, a cancel of the second; one input\n"
+      "error, reported before anything is sent. It prints one table of the records. It needs a\n"
+      "display for the window (`make demo` runs it under Xvfb when there is none) and saves PNG\n"
+      "screenshots of the payment page and of the final page in the output directory.");
+  sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");
+  return {sub, [out] { return runDemo(*out); }};
+}
+
 }  // namespace ipg

@@ -10,6 +10,7 @@
 #include <thread>
 #include <tuple>
 
+#include "CommandLine.h"
 #include "GatewayCrypto.h"
 #include "SandboxTestSupport.h"
 
@@ -167,26 +168,41 @@ TEST(SandboxStart, RefusesBadOptions) {
   EXPECT_EQ(error, "cannot listen on 127.0.0.1:" + std::to_string(first->port()));
 }
 
-TEST(SandboxCommandLine, ExplainsBadFlags) {
+TEST(SandboxCommandLine, ExplainsBadValues) {
   const struct {
     std::vector<std::string> args;
     int exitCode;
     std::string firstLine;
   } cases[] = {
-      {{"--help"}, 0, "usage: ipg-sandbox [--port N]"},
-      {{"--port", "x"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
-      {{"--port=65536"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
-      {{"--merchant", "NOKEY"}, 2, "ipg-sandbox: --merchant takes MID:KEY"},
-      {{"--environment", "live"}, 2, "ipg-sandbox: --environment takes test or production"},
-      {{"--data-dir"}, 2, "ipg-sandbox: --data-dir needs a value"},
-      {{"--verbose"}, 2, "ipg-sandbox: unknown flag: --verbose"},
-      {{"extra"}, 2, "ipg-sandbox: unexpected argument: extra"},
+      {{"--port", "x"}, 2, "--port: Value x not in range 0 to 65535"},
+      {{"--port=65536"}, 2, "--port: Value 65536 not in range 0 to 65535"},
+      {{"--merchant", "NOKEY"}, 2, "--merchant: takes MID:KEY"},
+      {{"--data-dir"}, 2, "--data-dir: 1 required TEXT missing"},
+      {{"--fault", "status"}, 2, "ipg-sandbox: --fault: takes ENDPOINT=KIND"},
+      {{"--fault", "status=slow"}, 2,
+       "ipg-sandbox: --fault: unknown fault \"slow\" (none, http500, garbage, not-utf8, huge, "
+       "hang, delay=MS, close or wrong-key)"},
+      {{"--fault", "login=hang"}, 2,
+       "ipg-sandbox: --fault: unknown endpoint \"login\" (status, cancel, refund, pay, pay-card "
+       "or invoice)"},
+      {{"fault", "status", "delay=9999999"}, 2,
+       "ipg-sandbox fault: delay=MS takes a number of milliseconds from 0 to 600000"},
   };
   for (const auto& c : cases) {
+    CLI::App app;
     std::ostringstream out, err;
-    EXPECT_EQ(runCommandLine(c.args, out, err, "ipg-sandbox"), c.exitCode);
-    const std::string text = c.exitCode == 0 ? out.str() : err.str();
-    EXPECT_EQ(text.substr(0, text.find('\n')).rfind(c.firstLine, 0), 0u) << text;
+    const auto run = defineCommandLine(app, out, err, "ipg-sandbox");
+    std::vector<std::string> reversed(c.args.rbegin(), c.args.rend());
+    int code = 0;
+    try {
+      app.parse(reversed);
+      code = run();
+    } catch (const CLI::ParseError& e) {
+      err << e.what() << "\n";
+      code = 2;
+    }
+    EXPECT_EQ(code, c.exitCode);
+    EXPECT_EQ(err.str().substr(0, err.str().find('\n')), c.firstLine);
   }
 }
 
