@@ -1,7 +1,11 @@
 // The sandbox as a server: refusals of unreadable management requests, faults for testing
 // clients, files on disk, environments and the command line.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <fstream>
@@ -111,13 +115,46 @@ TEST_F(Server, KeepsItsFilesOwnerOnlyAndReusesItsCertificate) {
   }
   const std::string ca = readFile(sandbox_->caFile());
   EXPECT_EQ(ca.rfind("-----BEGIN CERTIFICATE-----", 0), 0u);
+  ASSERT_EQ(::chmod(sandbox_->dataDir().c_str(), 0777), 0);  // loosened by hand: tightened again
   restart();
+  ASSERT_EQ(::stat(sandbox_->dataDir().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0700u);
   EXPECT_EQ(readFile(sandbox_->caFile()), ca);
   // A damaged key makes a new certificate authority, which clients then trust instead.
   std::ofstream(sandbox_->dataDir() + "/server-key.pem") << "damaged";
   restart();
   EXPECT_NE(readFile(sandbox_->caFile()), ca);
   EXPECT_EQ(status("NONE").statusDescription(), "Transaction not found");
+}
+
+// Peers that open a TLS handshake and then trickle it byte by byte, each within the read
+// time-out, hold a worker each for as long as they like.
+TEST_F(Server, SlowPeersDoNotStarveARealCall) {
+  std::vector<int> peers;
+  for (int i = 0; i < 16; ++i) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(sandbox_->port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const unsigned char recordHeader[] = {0x16, 0x03, 0x01, 0x40, 0x00};  // 16 KiB to come
+    ::send(fd, recordHeader, sizeof recordHeader, MSG_NOSIGNAL);
+    peers.push_back(fd);
+  }
+  std::atomic<bool> done{false};
+  std::thread trickle([&] {
+    for (int tick = 0; !done; ++tick) {
+      if (tick % 5 == 0) {
+        for (int fd : peers) ::send(fd, "", 1, MSG_NOSIGNAL);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+  });
+  EXPECT_EQ(status("NONE").statusDescription(), "Transaction not found");
+  done = true;
+  trickle.join();
+  for (int fd : peers) ::close(fd);
 }
 
 TEST_F(Server, ProductionUsesTheProductionIVAndExtraMerchants) {
