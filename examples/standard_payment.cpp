@@ -1,49 +1,48 @@
-// The smallest standard payment: ask the client for the payment page request and show where
-// it goes. A real application hands the request to a WebviewController instead of printing.
+// The request that opens the gateway's payment page, made with qipg::Client. Nothing is sent:
+// a real application hands the request to a payment window (libqipg-gtk, libqipg-qt) instead
+// of printing where it goes.
 //
-//   QIPG_TEST_BASE_URL=https://127.0.0.1:8443/ipg/ ./example_standard_payment
-#include <qipg/qipg.h>
+//   export QIPG_TEST_BASE_URL=https://127.0.0.1:8443/ipg/ QIPG_KEY=...
+//   ./example_standard_payment ORDER1001 10.50
+#include <qipg/Client.h>
 
 #include <cstdio>
-#include <memory>
+#include <cstdlib>
 #include <string>
+#include <utility>
 
-namespace {
-
-// Tells what went wrong when the library refuses the payment.
-class PrintingDelegate : public qipg::IPGResponseDelegate {
- public:
-  void didReceivePaymentResponse(const qipg::PaymentResponse&) override {}
-  void didReceiveInputError(const std::string& message) override { print(message); }
-  void requestFailedError(const std::string& message) override { print(message); }
-
- private:
-  static void print(const std::string& message) {
-    std::fprintf(stderr, "payment refused: %s\n", message.c_str());
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: %s ORDER_ID AMOUNT  (key in QIPG_KEY)\n", argv[0]);
+    return 2;
   }
-};
+  const char* key = std::getenv("QIPG_KEY");
+  if (key == nullptr || *key == '\0') {
+    std::fprintf(stderr, "set QIPG_KEY to the merchant key\n");
+    return 2;
+  }
 
-}  // namespace
-
-int main() {
-  // The test gateway; its address comes from QIPG_TEST_BASE_URL when that is set.
-  std::shared_ptr<qipg::QuandrelIPG> client = qipg::QuandrelIPG::create();
-  if (!client) {
-    const qipg::Text problem = qipg::GatewayConfig::fromEnvironment().problem();
-    std::fprintf(stderr, "cannot create the client: %s\n",
-                 problem.value_or("the HTTP transport did not start").c_str());
+  qipg::ClientOptions options;
+  options.gateway = qipg::GatewayConfig::fromEnvironment();
+  options.merchantID = "QIPGTEST0001";
+  options.encryptionKey = key;
+  auto made = qipg::Client::create(std::move(options));
+  if (!made) {
+    std::fprintf(stderr, "cannot create the client: %s\n", made.error().message.c_str());
     return 1;
   }
 
-  auto delegate = std::make_shared<PrintingDelegate>();
-  // MID and key as the gateway gave them to the merchant (or from Info.plist when both are
-  // left empty).
-  const std::optional<qipg::URLRequest> request = client->getStandardPaymentRequest(
-      "ORDER1001", "10.50", "INR", "Two books", /*transactionType=*/1, "", "", "", "", "", "", "",
-      "", "", "", "MERCHANT01", "MerchantKey01", delegate);
-  if (!request) return 1;
-
-  std::printf("%s %s\nbody: %zu bytes\n", request->httpMethod.c_str(),
-              request->url.value_or("(no URL)").c_str(), request->httpBody.size());
+  qipg::Result<qipg::URLRequest> page = made.value()->standardPayment(
+      {.orderID = argv[1],
+       .amount = argv[2],
+       .currency = "INR",
+       .type = qipg::TransactionType::Sale,  // authorise and capture; PreAuthorisation holds only
+       .description = "Two books"});
+  if (!page) {
+    std::fprintf(stderr, "payment refused: %s\n", page.error().message.c_str());
+    return 1;
+  }
+  std::printf("%s %s\nbody: %zu bytes\n", page.value().httpMethod.c_str(),
+              page.value().url.value_or("(no URL)").c_str(), page.value().httpBody.size());
   return 0;
 }

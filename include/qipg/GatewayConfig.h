@@ -27,12 +27,22 @@ struct QIPG_EXPORT GatewayConfig {
   // empty: no pinning.
   std::string pinnedPublicKey;
 
-  // Connect time-out in milliseconds for the management calls; 0: libcurl's default.
-  long connectTimeoutMs = 0;
+  /// Time limits of the management calls. Every call ends: by default a connection must be
+  /// made within 10 s and an answer must keep coming (no 60 s without a byte, the idle limit),
+  /// with no overall limit. A call that runs out of time is answered like any transport
+  /// failure. 0 is "no limit" and only ever an explicit choice.
+  ///
+  /// Connect time-out in milliseconds; 0: none of the library's own (libcurl's built-in
+  /// 300 s connect limit still applies).
+  long connectTimeoutMs = 10000;
 
-  // Overall time limit in milliseconds for each management call, from connecting to the last
-  // byte of the answer; 0 (or less): none, libcurl's defaults apply. A call that runs out of
-  // time is answered like any transport failure.
+  /// Idle limit in milliseconds, counted in whole seconds (rounded up): a transfer that moves
+  /// less than one byte a second for this long, while waiting for the answer too, ends with a
+  /// time-out. 0 (or less): none.
+  long idleTimeoutMs = 60000;
+
+  /// Overall time limit in milliseconds for each call, from connecting to the last byte of
+  /// the answer, whatever moves meanwhile; 0 (or less): none.
   long requestTimeoutMs = 0;
 
   // Defaults, with QIPG_TEST_BASE_URL, QIPG_PRODUCTION_BASE_URL and QIPG_CA_FILE from the

@@ -5,8 +5,9 @@
 // created last decides the IV for every later encryption and decryption, by any client.
 //
 // Thread-safety: every operation may be called from any thread. The credential fields are
-// rewritten by every call (last writer wins) and guarded. Management answers arrive on the
-// client's transport thread; input errors and payment failures on the caller's thread.
+// rewritten by every call (last writer wins) and guarded. Management answers arrive on one of
+// the client's completion threads (a few, so a slow delegate holds back no other answer);
+// input errors and payment failures on the caller's thread.
 // Always shared-owned: a request under way keeps its client and its delegate alive until its
 // completion has run.
 #pragma once
@@ -88,9 +89,10 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
 
   // ---- transport
 
-  // Posts `parameters` (a form body) to `url` and calls `completion` exactly once on the
-  // transport thread with the answer text (absent or empty when there is none or it is not
-  // UTF-8, or it exceeds 1 MiB) and the error (absent on success).
+  // Posts `parameters` (a form body) to `url` and calls `completion` exactly once on one of
+  // the client's completion threads (never before this returns) with the answer text (absent
+  // or empty when there is none or it is not UTF-8, or it exceeds 1 MiB) and the error
+  // (absent on success).
   void sendPostRequestWithURL(
       const Text& url, const std::string& parameters,
       std::function<void(const Text& answer, const std::optional<TransportError>& error)>
@@ -105,7 +107,7 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   URLRequest getURLRequestforTransaction(const Text& reqMsg, const Text& andMID,
                                          std::uint64_t txnRequesttype);
 
-  // ---- transaction management (answers on the transport thread)
+  // ---- transaction management (answers on the client's completion threads)
   void getTransactionStatus(const Text& orderID, const Text& transactionRefNumber,
                             const Text& merchantID, const Text& encryptionString,
                             const std::shared_ptr<IPGResponseDelegate>& statusResponseDelegate);

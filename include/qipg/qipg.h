@@ -1,13 +1,17 @@
 // Everything a host application needs from the core library, in one include:
-// the client and its delegate, the request builders, the response record, the envelope and
-// its primitives, the payment page controller and its ports. The GTK window
-// (<qipg/PaymentWindow.h>, libqipg-gtk) is not included.
+// the client and its delegate, the idiomatic client (Client, Result, Error), the request
+// builders, the response record, the envelope and its primitives, the payment page controller
+// and its ports. The GTK window (<qipg/PaymentWindow.h>, libqipg-gtk) is not included.
 #pragma once
 
 #include "qipg/Base64.h"
 #include "qipg/CancelRequest.h"
+#include "qipg/Client.h"
+#include "qipg/ClientOptions.h"
+#include "qipg/ClientRequests.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
+#include "qipg/Error.h"
 #include "qipg/Export.h"
 #include "qipg/GatewayConfig.h"
 #include "qipg/IPGCardCaptureRequest.h"
@@ -19,6 +23,7 @@
 #include "qipg/PaymentResponse.h"
 #include "qipg/QuandrelIPG.h"
 #include "qipg/RefundRequest.h"
+#include "qipg/Result.h"
 #include "qipg/StatusRequest.h"
 #include "qipg/StringEncryption.h"
 #include "qipg/TransportError.h"

@@ -122,11 +122,14 @@ void QuandrelIPG::sendPostRequestWithURL(
   request.setValueForHTTPHeaderField("application/x-www-form-urlencoded", "Content-Type");
   request.setValueForHTTPHeaderField(std::to_string(parameters.size()), "Content-Length");
   request.httpBody.assign(parameters.begin(), parameters.end());
-  // No per-request limit: libcurl's defaults (and GatewayConfig::requestTimeoutMs) apply.
+  // No per-request limit: GatewayConfig's time-outs apply.
   request.timeoutInterval = 0;
   // The transport keeps no cache, so every post goes to the gateway anyway.
   request.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalAndRemoteCacheData;
-  transport_->post(std::move(request), std::move(completion));
+  transport_->post(std::move(request),
+                   [completion = std::move(completion)](const internal::TransportReply& reply) {
+                     if (completion) completion(reply.answer, reply.error);
+                   });
 }
 
 void QuandrelIPG::getTransactionStatus(

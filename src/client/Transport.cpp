@@ -1,10 +1,12 @@
-// The libcurl transport: requests are handed through a mutex-guarded queue to one background
-// thread, which owns the multi handle's transfers, drives them with curl_multi_poll and runs
-// every completion. The thread owns a shared_ptr to the state it works on, so a transport
-// released on its own thread (a completion dropped the last client) simply lets the thread
-// finish on its own.
+// The libcurl transport: requests and cancellations are handed through a mutex-guarded queue
+// to one background thread, which owns the multi handle's transfers and drives them with
+// curl_multi_poll. At most kMaxLiveTransfers have an easy handle at once; the others wait as
+// the request and its completion alone. Every reply goes to the completion pool, with the
+// completion itself, so that no host code runs (or is released) on the transfer thread. The
+// thread owns a shared_ptr to the state it works on.
 #include "client/Transport.h"
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -17,12 +19,14 @@
 #include <thread>
 #include <utility>
 
+#include "client/CompletionPool.h"
 #include "common/Ascii.h"
 
 namespace qipg::internal {
 namespace {
 
 constexpr char kShutDownMessage[] = "transport shut down";
+constexpr char kCancelledMessage[] = "request cancelled";
 // Parallel connections to one host (more requests wait in libcurl for a free one) and
 // connections kept open for reuse.
 constexpr long kMaxHostConnections = 6;
@@ -52,41 +56,45 @@ struct ShareDeleter {
 };
 using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
 
-TransportError ownError(std::string message) { return TransportError{-1, std::move(message)}; }
+struct UrlDeleter {
+  void operator()(CURLU* handle) const { curl_url_cleanup(handle); }
+};
+using UrlHandle = std::unique_ptr<CURLU, UrlDeleter>;
 
-TransportError shutDownError() { return ownError(kShutDownMessage); }
-
-// Runs a completion, keeping its exceptions on this side.
-void runCompletion(const Transport::Completion& completion, const Text& answer,
-                   const std::optional<TransportError>& error) noexcept {
-  if (!completion) return;
-  try {
-    completion(answer, error);
-  } catch (...) {
-    // A completion's failure is its own; the transport goes on.
-  }
+TransportReply failure(int code, std::string message, bool requestSent = false) {
+  TransportReply reply;
+  reply.error = TransportError{code, std::move(message), requestSent};
+  return reply;
 }
 
 struct Pending {
+  RequestId id = 0;
   URLRequest request;
-  Transport::Completion completion;
+  Completion completion;
 };
 
 // One request in flight. The easy handle is declared last so that it is cleaned up before
 // the header list and body it points to.
 struct Transfer {
-  Transport::Completion completion;
+  RequestId id = 0;
+  Completion completion;
   HeaderList headers;
   Bytes body;
   std::string answer;
   bool tooLarge = false;
+  bool requestSent = false;  // set once libcurl is about to send on a connection
   char errorBuffer[CURL_ERROR_SIZE] = {};
   EasyHandle easy;
 };
 
 // What the transport and its thread share.
 struct State {
-  GatewayConfig config;
+  explicit State(const GatewayConfig& gatewayConfig)
+      : config(gatewayConfig),
+        pool(std::make_shared<CompletionPool>(Transport::kMaxCompletionThreads)) {}
+
+  const GatewayConfig config;
+  const std::shared_ptr<CompletionPool> pool;
   // TLS sessions, resumed by the next connection of any request of this transport (each
   // request has a new easy handle, which would otherwise start without any). Used on the
   // transport thread alone, so it needs no lock functions. Declared before `multi` so that it
@@ -96,11 +104,21 @@ struct State {
 
   std::mutex mutex;
   std::condition_variable threadEnded;
-  std::deque<Pending> queue;   // guarded by mutex
-  bool stopping = false;       // guarded by mutex
-  bool threadRunning = false;  // guarded by mutex
-  std::thread::id threadId;    // guarded by mutex
+  std::deque<Pending> queue;        // guarded by mutex
+  std::vector<RequestId> cancels;   // guarded by mutex
+  RequestId lastId = 0;             // guarded by mutex
+  bool stopping = false;            // guarded by mutex
+  bool threadRunning = false;       // guarded by mutex
+  std::thread::id threadId;         // guarded by mutex
 };
+
+// Hands `reply` to `completion` on a completion thread; the completion is released there too.
+void deliver(CompletionPool& pool, Completion completion, TransportReply reply) {
+  if (!completion) return;
+  pool.submit([completion = std::move(completion), reply = std::move(reply)] {
+    completion(reply);
+  });
+}
 
 std::size_t onAnswerBytes(char* data, std::size_t size, std::size_t count, void* user) {
   auto* transfer = static_cast<Transfer*>(user);
@@ -115,6 +133,39 @@ std::size_t onAnswerBytes(char* data, std::size_t size, std::size_t count, void*
     return 0;
   }
   return bytes;
+}
+
+int onRequestAboutToGo(void* user, char*, char*, int, int) {
+  static_cast<Transfer*>(user)->requestSent = true;
+  return CURL_PREREQFUNC_OK;
+}
+
+// Whether `url`'s host is this machine: "localhost" or a name under it, 127.0.0.0/8, ::1 or
+// an IPv4-mapped 127.x address. Such requests never go through a proxy.
+bool hasLoopbackHost(const std::string& url) {
+  UrlHandle handle(curl_url());
+  char* raw = nullptr;
+  if (!handle || curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
+      curl_url_get(handle.get(), CURLUPART_HOST, &raw, 0) != CURLUE_OK) {
+    return false;
+  }
+  std::string host(raw);
+  curl_free(raw);
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
+    host = host.substr(1, host.size() - 2);
+    in6_addr address{};
+    if (inet_pton(AF_INET6, host.c_str(), &address) != 1) return false;
+    return IN6_IS_ADDR_LOOPBACK(&address) ||
+           (IN6_IS_ADDR_V4MAPPED(&address) && address.s6_addr[12] == 127);
+  }
+  in_addr address{};
+  if (inet_aton(host.c_str(), &address) != 0) return (ntohl(address.s_addr) >> 24) == 127;
+  if (!host.empty() && host.back() == '.') host.pop_back();
+  constexpr std::string_view kLocal = "localhost";
+  const std::string_view name(host);
+  return equalsIgnoringAsciiCase(name, kLocal) ||
+         (name.size() > kLocal.size() &&
+          equalsIgnoringAsciiCase(name.substr(name.size() - kLocal.size() - 1), ".localhost"));
 }
 
 bool isToken(const std::string& text) {
@@ -181,21 +232,26 @@ class TransferRunner {
     CURLM* multi = state_->multi.get();
     for (;;) {
       std::deque<Pending> incoming;
+      std::vector<RequestId> cancels;
       bool stopping = false;
       {
         std::lock_guard lock(state_->mutex);
         incoming.swap(state_->queue);
+        cancels.swap(state_->cancels);
         stopping = state_->stopping;
       }
       if (stopping) {
         failEverything(std::move(incoming));
         break;
       }
-      for (Pending& pending : incoming) start(std::move(pending));
+      for (Pending& pending : incoming) wait(std::move(pending));
       incoming.clear();
+      for (RequestId id : cancels) cancel(id);
+      startWaiting();
       int running = 0;
       curl_multi_perform(multi, &running);
       finishDone();
+      startWaiting();
       curl_multi_poll(multi, nullptr, 0, kIdlePollMs, nullptr);
     }
     {
@@ -206,19 +262,60 @@ class TransferRunner {
   }
 
  private:
+  void wait(Pending pending) {
+    try {
+      waiting_.emplace(pending.id, std::move(pending));
+    } catch (...) {
+      deliver(*state_->pool, std::move(pending.completion),
+              failure(TransportError::kOwnReason, "out of memory"));
+    }
+  }
+
+  // Gives the longest-waiting requests a transfer while there is room.
+  void startWaiting() {
+    while (live_.size() < Transport::kMaxLiveTransfers && !waiting_.empty()) {
+      auto first = waiting_.begin();
+      Pending pending = std::move(first->second);
+      waiting_.erase(first);
+      start(std::move(pending));
+    }
+  }
+
+  void cancel(RequestId id) {
+    if (auto queued = waiting_.find(id); queued != waiting_.end()) {
+      Completion completion = std::move(queued->second.completion);
+      waiting_.erase(queued);
+      deliver(*state_->pool, std::move(completion),
+              failure(TransportError::kCancelled, kCancelledMessage));
+      return;
+    }
+    for (auto it = live_.begin(); it != live_.end(); ++it) {
+      if (it->second->id != id) continue;
+      std::unique_ptr<Transfer> transfer = std::move(it->second);
+      live_.erase(it);
+      // Removed before it is done, libcurl closes its connection.
+      curl_multi_remove_handle(state_->multi.get(), transfer->easy.get());
+      deliver(*state_->pool, std::move(transfer->completion),
+              failure(TransportError::kCancelled, kCancelledMessage, transfer->requestSent));
+      return;
+    }
+  }
+
   void start(Pending pending) {
     auto transfer = std::make_unique<Transfer>();
+    transfer->id = pending.id;
     transfer->completion = std::move(pending.completion);
     const URLRequest& request = pending.request;
-    auto fail = [&transfer](const std::string& message) {
-      runCompletion(transfer->completion, std::nullopt, ownError(message));
+    auto fail = [this, &transfer](const std::string& message) {
+      deliver(*state_->pool, std::move(transfer->completion),
+              failure(TransportError::kOwnReason, message));
     };
     if (!request.url) return fail("no URL");
     if (!isToken(request.httpMethod)) return fail("malformed HTTP method");
     std::optional<HeaderList> headers = headerLines(request);
     if (!headers) return fail("malformed header field");
     transfer->headers = std::move(*headers);
-    transfer->body = request.httpBody;
+    transfer->body = std::move(pending.request.httpBody);
     transfer->easy.reset(curl_easy_init());
     CURL* easy = transfer->easy.get();
     if (easy == nullptr) return fail("cannot create a transfer");
@@ -234,10 +331,14 @@ class TransferRunner {
 #else
     set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
 #endif
+    // An empty proxy turns off the proxy variables of the environment for this request.
+    if (hasLoopbackHost(*request.url)) set(CURLOPT_PROXY, "");
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_ERRORBUFFER, transfer->errorBuffer);
     set(CURLOPT_WRITEFUNCTION, &onAnswerBytes);
     set(CURLOPT_WRITEDATA, static_cast<void*>(transfer.get()));
+    set(CURLOPT_PREREQFUNCTION, &onRequestAboutToGo);
+    set(CURLOPT_PREREQDATA, static_cast<void*>(transfer.get()));
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
     if (!config.caFile.empty()) set(CURLOPT_CAINFO, config.caFile.c_str());
@@ -245,6 +346,14 @@ class TransferRunner {
       set(CURLOPT_PINNEDPUBLICKEY, config.pinnedPublicKey.c_str());
     }
     if (config.connectTimeoutMs > 0) set(CURLOPT_CONNECTTIMEOUT_MS, config.connectTimeoutMs);
+    if (config.idleTimeoutMs > 0) {
+      // Less than a byte a second for the whole idle time ends the transfer.
+      set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+      set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(std::ceil(
+                                      std::min(static_cast<double>(config.idleTimeoutMs),
+                                               kLongestTimeoutMs) /
+                                      1000.0)));
+    }
     if (const long limit = timeoutMs(request.timeoutInterval, config.requestTimeoutMs)) {
       set(CURLOPT_TIMEOUT_MS, limit);
     }
@@ -271,7 +380,7 @@ class TransferRunner {
       return fail("cannot start the transfer");
     }
     try {
-      active_.emplace(easy, std::move(transfer));
+      live_.emplace(easy, std::move(transfer));
     } catch (...) {
       curl_multi_remove_handle(state_->multi.get(), easy);
       fail("out of memory");
@@ -286,111 +395,124 @@ class TransferRunner {
       if (message->msg != CURLMSG_DONE) continue;
       CURL* easy = message->easy_handle;
       const CURLcode code = message->data.result;
-      auto found = active_.find(easy);
-      if (found == active_.end()) continue;
+      auto found = live_.find(easy);
+      if (found == live_.end()) continue;
       std::unique_ptr<Transfer> transfer = std::move(found->second);
-      active_.erase(found);
+      live_.erase(found);
       curl_multi_remove_handle(multi, easy);
       finish(*transfer, code);
     }
   }
 
-  static void finish(Transfer& transfer, CURLcode code) {
-    Text answer;
-    std::optional<TransportError> error;
+  void finish(Transfer& transfer, CURLcode code) {
+    TransportReply reply;
+    curl_easy_getinfo(transfer.easy.get(), CURLINFO_RESPONSE_CODE, &reply.httpStatus);
     if (transfer.tooLarge) {
-      error = TransportError{code, "answer larger than 1 MiB"};
+      reply.error = TransportError{TransportError::kOwnReason, "answer larger than 1 MiB", true};
     } else if (code != CURLE_OK) {
       std::string message = curl_easy_strerror(code);
       if (transfer.errorBuffer[0] != '\0') message += std::string(": ") + transfer.errorBuffer;
       for (char& c : message) {
         if (c == '\n' || c == '\r') c = ' ';
       }
-      error = TransportError{code, std::move(message)};
+      reply.error = TransportError{code, std::move(message), transfer.requestSent};
     } else if (isValidUtf8(transfer.answer)) {
-      answer = std::move(transfer.answer);
+      reply.answer = std::move(transfer.answer);
     }
-    runCompletion(transfer.completion, answer, error);
+    deliver(*state_->pool, std::move(transfer.completion), std::move(reply));
   }
 
-  // Completes whatever is in flight or queued with the shut-down error, and then whatever
-  // those completions queued meanwhile (post() completes at once by now, but be sure).
+  // Completes whatever is under way, waiting or queued with the shut-down error.
   void failEverything(std::deque<Pending> incoming) {
-    CURLM* multi = state_->multi.get();
-    for (auto& [easy, transfer] : active_) curl_multi_remove_handle(multi, easy);
-    std::map<CURL*, std::unique_ptr<Transfer>> inFlight = std::move(active_);
-    active_.clear();
-    for (auto& [easy, transfer] : inFlight) {
-      runCompletion(transfer->completion, std::nullopt, shutDownError());
-      transfer.reset();
+    CompletionPool& pool = *state_->pool;
+    for (auto& [easy, transfer] : live_) {
+      curl_multi_remove_handle(state_->multi.get(), easy);
+      deliver(pool, std::move(transfer->completion),
+              failure(TransportError::kShutDown, kShutDownMessage, transfer->requestSent));
     }
-    for (;;) {
-      for (Pending& pending : incoming) {
-        runCompletion(pending.completion, std::nullopt, shutDownError());
-        pending = Pending{};
-      }
-      incoming.clear();
-      std::lock_guard lock(state_->mutex);
-      if (state_->queue.empty()) break;
-      incoming.swap(state_->queue);
+    live_.clear();
+    for (auto& [id, pending] : waiting_) {
+      deliver(pool, std::move(pending.completion),
+              failure(TransportError::kShutDown, kShutDownMessage));
+    }
+    waiting_.clear();
+    for (Pending& pending : incoming) {
+      deliver(pool, std::move(pending.completion),
+              failure(TransportError::kShutDown, kShutDownMessage));
     }
   }
 
   std::shared_ptr<State> state_;
-  std::map<CURL*, std::unique_ptr<Transfer>> active_;
+  std::map<RequestId, Pending> waiting_;  // by id, so in the order posted
+  std::map<CURL*, std::unique_ptr<Transfer>> live_;
 };
 
 class CurlTransport final : public Transport {
  public:
   explicit CurlTransport(std::shared_ptr<State> state) : state_(std::move(state)) {}
-  ~CurlTransport() override { shutdown(); }
+  ~CurlTransport() override {
+    shutdown();
+    state_->pool->close();
+  }
   CurlTransport(const CurlTransport&) = delete;
   CurlTransport& operator=(const CurlTransport&) = delete;
 
-  void post(URLRequest request, Completion completion) override {
-    Pending pending{std::move(request), std::move(completion)};
-    std::optional<TransportError> refusal;
-    {
-      std::lock_guard lock(state_->mutex);
-      if (state_->stopping) {
-        refusal = shutDownError();
-      } else {
-        try {
-          if (!thread_.joinable()) {
-            thread_ = std::thread([state = state_] { TransferRunner(state).run(); });
-            state_->threadRunning = true;
-            state_->threadId = thread_.get_id();
-          }
-          state_->queue.push_back(std::move(pending));
-          curl_multi_wakeup(state_->multi.get());
-        } catch (...) {
-          refusal = ownError("cannot start the transport thread");
+  RequestId post(URLRequest request, Completion completion) override {
+    std::unique_lock lock(state_->mutex);
+    Pending pending{++state_->lastId, std::move(request), std::move(completion)};
+    const RequestId id = pending.id;
+    TransportReply refusal = failure(TransportError::kShutDown, kShutDownMessage);
+    if (!state_->stopping) {
+      try {
+        if (!thread_.joinable()) {
+          thread_ = std::thread([state = state_] { TransferRunner(state).run(); });
+          state_->threadRunning = true;
+          state_->threadId = thread_.get_id();
         }
+        state_->queue.push_back(std::move(pending));
+        curl_multi_wakeup(state_->multi.get());
+        return id;
+      } catch (...) {
+        refusal = failure(TransportError::kOwnReason, "cannot start the transport thread");
       }
     }
-    if (refusal) runCompletion(pending.completion, std::nullopt, refusal);
+    lock.unlock();
+    deliver(*state_->pool, std::move(pending.completion), std::move(refusal));
+    return id;
+  }
+
+  void cancel(RequestId id) override {
+    std::lock_guard lock(state_->mutex);
+    if (state_->stopping || id == 0 || id > state_->lastId) return;
+    try {
+      state_->cancels.push_back(id);
+    } catch (...) {
+      return;  // out of memory: the request simply runs on
+    }
+    curl_multi_wakeup(state_->multi.get());
   }
 
   void shutdown() override {
     std::thread thread;
-    bool onTransportThread = false;
+    bool onTransferThread = false;
     {
       std::unique_lock lock(state_->mutex);
       state_->stopping = true;
       thread = std::move(thread_);
-      onTransportThread = state_->threadRunning && state_->threadId == std::this_thread::get_id();
+      onTransferThread = state_->threadRunning && state_->threadId == std::this_thread::get_id();
       curl_multi_wakeup(state_->multi.get());
-      if (!thread.joinable() && !onTransportThread) {
+      if (!thread.joinable() && !onTransferThread) {
         // Another caller is joining the thread: wait with it until the thread has ended.
         state_->threadEnded.wait(lock, [this] { return !state_->threadRunning; });
       }
     }
-    if (!thread.joinable()) return;
-    if (onTransportThread) {
-      thread.detach();
-    } else {
-      thread.join();
+    if (onTransferThread) {
+      // Only a host object released there could bring us here; let the thread end alone.
+      if (thread.joinable()) thread.detach();
+      return;
     }
+    if (thread.joinable()) thread.join();
+    state_->pool->waitIdle();
   }
 
  private:
@@ -403,8 +525,7 @@ class CurlTransport final : public Transport {
 std::shared_ptr<Transport> Transport::create(const GatewayConfig& config) {
   static const CURLcode globalInit = curl_global_init(CURL_GLOBAL_DEFAULT);
   if (globalInit != CURLE_OK) return nullptr;
-  auto state = std::make_shared<State>();
-  state->config = config;
+  auto state = std::make_shared<State>(config);
   state->multi.reset(curl_multi_init());
   state->share.reset(curl_share_init());
   if (state->share) {

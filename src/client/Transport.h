@@ -1,11 +1,14 @@
 // The HTTP transport behind QuandrelIPG: one libcurl multi handle driven by one background
 // thread, a new easy handle per request, connections (and TLS sessions) reused between
-// requests of the same transport.
+// requests of the same transport. Completions run on a small pool of completion threads of
+// the transport, never on the transfer thread and never on the caller's thread.
 //
-// Thread-safety: post() and shutdown() may be called from any thread, also from a completion.
+// Thread-safety: post(), cancel() and shutdown() may be called from any thread, also from a
+// completion.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -17,42 +20,57 @@
 
 namespace qipg::internal {
 
+// What a post brings back.
+struct TransportReply {
+  Text answer;  // absent on error or when the answer is not valid UTF-8
+  std::optional<TransportError> error;
+  long httpStatus = 0;  // the answer's HTTP status; 0 when no answer arrived
+};
+
+using Completion = std::function<void(const TransportReply&)>;
+using RequestId = std::uint64_t;  // never 0
+
 class Transport {
  public:
-  using Completion =
-      std::function<void(const Text& answer, const std::optional<TransportError>& error)>;
-
   // The largest answer handed on; a longer one is cut off and reported as an error.
   static constexpr std::size_t kMaxAnswerBytes = std::size_t{1} << 20;
+  // Transfers under way at once; further requests wait as small queued records.
+  static constexpr std::size_t kMaxLiveTransfers = 12;
+  // Completion threads of one transport, started when needed.
+  static constexpr std::size_t kMaxCompletionThreads = 4;
 
-  // TLS settings (CA file, pinned key), the connect time-out and the overall request time-out
-  // come from `config`. The background thread starts with the first request. Returns nullptr
-  // when libcurl cannot be set up.
+  // TLS settings (CA file, pinned key) and the time-outs come from `config`. The threads
+  // start with the first request. Returns nullptr when libcurl cannot be set up.
   static std::shared_ptr<Transport> create(const GatewayConfig& config);
 
   virtual ~Transport() = default;
 
-  // Sends `request`: its URL (http or https only; redirects are not followed), method,
-  // headers exactly as listed (libcurl adds Host and Accept, never Expect or a Content-Type
-  // of its own) and body. Time limit: the shorter of the request's timeoutInterval and
-  // GatewayConfig's requestTimeoutMs, where 0 or less means none; with neither, libcurl's
-  // defaults. TLS peer and host verification are always on.
+  // Sends `request`: its URL (http or https only; redirects are not followed; a loopback host
+  // is never reached through a proxy), method, headers exactly as listed (libcurl adds Host
+  // and Accept, never Expect or a Content-Type of its own) and body. Time limits: connect and
+  // idle limits from GatewayConfig; overall, the shorter of the request's timeoutInterval and
+  // GatewayConfig's requestTimeoutMs, where 0 or less means none. TLS peer and host
+  // verification are always on.
   //
-  // `completion` runs exactly once, on the transport thread, with:
-  // - the answer text and no error when an answer arrived, whatever its HTTP status; the
+  // `completion` runs exactly once, on a completion thread, never before post() returns:
+  // - with the answer text and no error when an answer arrived, whatever its HTTP status; the
   //   text is absent when the answer is not valid UTF-8;
-  // - an absent text and an error when there is none: no URL, a malformed header, a network,
-  //   TLS or time-out failure, an answer larger than kMaxAnswerBytes, or shutdown() while
-  //   the request was under way ("transport shut down").
-  // After shutdown() it runs at once, on the calling thread, with the "transport shut down"
-  // error. Exceptions thrown by a completion are swallowed.
-  virtual void post(URLRequest request, Completion completion) = 0;
+  // - with an absent text and an error when there is none: no URL, a malformed header, a
+  //   network, TLS or time-out failure, an answer larger than kMaxAnswerBytes (kOwnReason),
+  //   shutdown() before the answer came (kShutDown, also for posts after shutdown()), or
+  //   cancel() (kCancelled).
+  // Exceptions thrown by a completion are swallowed. Returns the request's id.
+  virtual RequestId post(URLRequest request, Completion completion) = 0;
+
+  // Aborts the request when it is still queued or under way: the connection is closed (the
+  // server sees it closed) and its completion runs once with error code kCancelled
+  // ("request cancelled", requestSent as it was). No-op for an unknown or finished id.
+  virtual void cancel(RequestId id) = 0;
 
   // Completes every request under way or queued with the "transport shut down" error and
-  // stops the thread. Idempotent. Called from another thread it waits until the thread has
-  // ended (so every completion has run); called from a completion it returns at once and the
-  // thread finishes the remaining completions and ends on its own once that completion
-  // returns.
+  // stops the transfer thread. Idempotent. Called from another thread it waits until every
+  // completion has run; called from a completion it returns at once and the remaining
+  // completions run on their own.
   virtual void shutdown() = 0;
 };
 

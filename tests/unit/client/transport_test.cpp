@@ -23,6 +23,7 @@ using qipg::Text;
 using qipg::TransportError;
 using qipg::URLRequest;
 using qipg::internal::Transport;
+using qipg::internal::TransportReply;
 
 // Listens on 127.0.0.1 (ephemeral port) and serves one connection at a time: reads a request
 // (head, then Content-Length bytes), keeps it, then sends `answer` and closes, or with an
@@ -123,8 +124,8 @@ struct Outcome {
 // Posts `request` and waits for its completion.
 Outcome postAndWait(Transport& transport, const URLRequest& request) {
   std::promise<Outcome> done;
-  transport.post(request, [&done](const Text& answer, const std::optional<TransportError>& error) {
-    done.set_value({answer, error});
+  transport.post(request, [&done](const TransportReply& reply) {
+    done.set_value({reply.answer, reply.error});
   });
   return done.get_future().get();
 }
@@ -221,10 +222,11 @@ TEST_F(TransportTest, AnswersAndFailuresOfEveryKind) {
       {"not UTF-8", CaptureServer::answer("ok\xFF\xFE"), bareRequest("", "x"), std::nullopt, ""},
       {"exactly 1 MiB", CaptureServer::answer(oneMiB), bareRequest("", "x"), oneMiB, ""},
       {"over 1 MiB", CaptureServer::answer(oneMiB + "a"), bareRequest("", "x"), std::nullopt,
-       "answer larger than 1 MiB"},
+       "answer larger than 1 MiB", TransportError::kOwnReason},
       {"never answers", "", bareRequest("", "x", 0.3), std::nullopt, "*", 28},
-      {"no URL", "", noURL, std::nullopt, "no URL"},
-      {"line break in a header", "", injected, std::nullopt, "malformed header field"},
+      {"no URL", "", noURL, std::nullopt, "no URL", TransportError::kOwnReason},
+      {"line break in a header", "", injected, std::nullopt, "malformed header field",
+       TransportError::kOwnReason},
       {"not http", "", bareRequest("file:///etc/passwd", "x"), std::nullopt, "*", 1},
   };
   auto transport = Transport::create(qipg::GatewayConfig{});
@@ -254,31 +256,46 @@ TEST_F(TransportTest, ShutdownCompletesEveryRequestExactlyOnce) {
   std::mutex mutex;
   std::vector<std::vector<Outcome>> outcomes(kRequests + 1);
   auto record = [&](int i) {
-    return [&, i](const Text& answer, const std::optional<TransportError>& error) {
+    return [&, i](const TransportReply& reply) {
       std::lock_guard lock(mutex);
-      outcomes[i].push_back({answer, error});
+      outcomes[i].push_back({reply.answer, reply.error});
     };
   };
   for (int i = 0; i < kRequests; ++i) transport->post(bareRequest(server.url(), "b"), record(i));
   server.requests(1);
   transport->shutdown();  // returns once every completion has run
   transport->shutdown();
-  transport->post(bareRequest(server.url(), "b"), record(kRequests));
+  // Afterwards a post still completes on a completion thread, never on the caller's.
+  std::promise<std::thread::id> ranOn;
+  transport->post(bareRequest(server.url(), "b"), [&](const TransportReply& reply) {
+    record(kRequests)(reply);
+    ranOn.set_value(std::this_thread::get_id());
+  });
+  EXPECT_NE(ranOn.get_future().get(), std::this_thread::get_id());
   std::lock_guard lock(mutex);
+  int sent = 0;
   for (int i = 0; i <= kRequests; ++i) {
     ASSERT_EQ(outcomes[i].size(), 1u) << i;
     EXPECT_FALSE(outcomes[i][0].answer);
-    EXPECT_EQ(outcomes[i][0].error.value_or(TransportError{}).message, "transport shut down");
+    const TransportError error = outcomes[i][0].error.value_or(TransportError{});
+    EXPECT_EQ(error.message, "transport shut down");
+    EXPECT_EQ(error.code, TransportError::kShutDown);
+    sent += error.requestSent ? 1 : 0;
+    // Those still queued behind the live transfers certainly never left.
+    if (i >= static_cast<int>(Transport::kMaxLiveTransfers)) {
+      EXPECT_FALSE(error.requestSent) << i;
+    }
   }
+  EXPECT_GE(sent, 1);  // the one the server holds
 }
 
 TEST_F(TransportTest, CompletionMayPostAgainAndThrow) {
   CaptureServer server(CaptureServer::answer("ok"));
   auto transport = Transport::create(qipg::GatewayConfig{});
   std::promise<Text> second;
-  transport->post(bareRequest(server.url(), "1"), [&](const Text&, const auto&) {
+  transport->post(bareRequest(server.url(), "1"), [&](const TransportReply&) {
     transport->post(bareRequest(server.url(), "2"),
-                    [&](const Text& answer, const auto&) { second.set_value(answer); });
+                    [&](const TransportReply& reply) { second.set_value(reply.answer); });
     throw std::runtime_error("the host's own failure");
   });
   EXPECT_EQ(second.get_future().get(), Text("ok"));

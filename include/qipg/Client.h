@@ -1,0 +1,92 @@
+/// @file
+/// qipg::Client: the C++ way to use the gateway: request structs, futures or callbacks, typed
+/// errors and cancellation with std::stop_token.
+#pragma once
+
+#include <functional>
+#include <future>
+#include <memory>
+#include <stop_token>
+
+#include "qipg/ClientOptions.h"
+#include "qipg/ClientRequests.h"
+#include "qipg/Error.h"
+#include "qipg/Export.h"
+#include "qipg/PaymentResponse.h"
+#include "qipg/Result.h"
+#include "qipg/URLRequest.h"
+
+namespace qipg {
+
+/// A client of one gateway for one merchant, built on QuandrelIPG, its request builders, the
+/// envelope and the answer parsers.
+///
+/// Thread-safe: one client may be used from any number of threads at once. Every call uses the
+/// credentials fixed at creation, so calls never race on shared credential fields.
+///
+/// Status, cancel and refund each come in two forms, each with an optional std::stop_token:
+/// - returning a std::future, fulfilled on a library thread (not through the callback
+///   executor, so waiting for it on the executor's thread cannot deadlock);
+/// - taking a callback, run on ClientOptions::callbackExecutor when one is set, else on the
+///   client's completion threads; never on the thread that made the call and never on the
+///   network thread. Exceptions thrown by a callback are caught and dropped.
+///
+/// Every call completes exactly once. A readable answer is a value, even when the gateway's
+/// statusCode is "F": that is the gateway's verdict, with its statusDescription. An Error is
+/// only for "no usable answer"; see ErrorKind and Error::outcomeUnknown.
+///
+/// Stopping the token of a call under way closes its connection and completes the call with
+/// ErrorKind::Cancelled; a token already stopped completes it so without sending anything.
+///
+/// Always shared-owned. Destroying (or shutting down) the client completes every call under way
+/// with ErrorKind::ShutDown.
+class QIPG_EXPORT Client {
+ public:
+  using Callback = std::function<void(Result<PaymentResponse>)>;
+
+  /// Makes a client. Errors: Config when the gateway configuration has a problem (its
+  /// GatewayConfig::problem() text), when no merchant ID is given and Info.plist has none, or
+  /// when the transport cannot start. Like QuandrelIPG::create it stores the gateway's envelope
+  /// IV for the process.
+  static Result<std::shared_ptr<Client>> create(ClientOptions options);
+
+  ~Client();
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  /// The state of an earlier payment (nothing changes at the gateway).
+  std::future<Result<PaymentResponse>> status(const TransactionQuery& query,
+                                              std::stop_token stop = {});
+  void status(const TransactionQuery& query, Callback callback, std::stop_token stop = {});
+
+  /// Cancels a pre-authorisation that was not captured.
+  std::future<Result<PaymentResponse>> cancel(const TransactionQuery& query,
+                                              std::stop_token stop = {});
+  void cancel(const TransactionQuery& query, Callback callback, std::stop_token stop = {});
+
+  /// Gives back part or all of a captured payment.
+  std::future<Result<PaymentResponse>> refund(const RefundQuery& query, std::stop_token stop = {});
+  void refund(const RefundQuery& query, Callback callback, std::stop_token stop = {});
+
+  /// The request that opens the gateway's payment page (nothing is sent; hand it to a payment
+  /// window). The only possible error is Input. Synchronous.
+  Result<URLRequest> standardPayment(const StandardPayment& payment);
+
+  /// The same with card data the merchant collected; the card is checked (Luhn, expiry, CVV)
+  /// and its copies are wiped. The only possible error is Input. Synchronous.
+  Result<URLRequest> cardCapturePayment(CardCapturePayment payment);
+
+  /// The gateway's base URL in use (canonical form), e.g. "https://127.0.0.1:4431/ipg/".
+  const std::string& baseURL() const;
+
+  /// Completes every call under way with ShutDown and stops the client's threads; later calls
+  /// complete with ShutDown too. Idempotent; may be called from a callback.
+  void shutdown();
+
+ private:
+  struct Impl;
+  explicit Client(std::shared_ptr<Impl> impl);
+  std::shared_ptr<Impl> impl_;
+};
+
+}  // namespace qipg

@@ -1,0 +1,553 @@
+// qipg::Client: validation, layout, sealing and parsing are the interface layer's (the builders'
+// validators and messages, the envelope functions, CommonUtilities' parsers, QuandrelIPG's
+// payment operations); this file adds the request structs, the extra checks, the error
+// classification, futures and callbacks, and cancellation. Management calls go through a
+// transport of the client's own, so that each call can be cancelled and its transport failure
+// and HTTP status reach the caller.
+#include "qipg/Client.h"
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <future>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "client/ClientChecks.h"
+#include "client/Transport.h"
+#include "qipg/CancelRequest.h"
+#include "qipg/CommonUtilities.h"
+#include "qipg/Cryptography.h"
+#include "qipg/QuandrelIPG.h"
+#include "qipg/RefundRequest.h"
+#include "qipg/StatusRequest.h"
+#include "requests/RequestCommon.h"
+#include "security/Wipe.h"
+
+namespace qipg {
+namespace {
+
+using internal::kSuccess;
+using internal::Transport;
+using internal::TransportReply;
+using Deliver = Client::Callback;
+
+enum class Operation { Status, Cancel, Refund };
+
+constexpr const char* kConfirmFirst =
+    "; it may have reached the gateway, so confirm with a status inquiry before retrying";
+
+Error makeError(ErrorKind kind, std::string message) {
+  Error error;
+  error.kind = kind;
+  error.message = std::move(message);
+  return error;
+}
+
+// Marks the error as one whose effect at the gateway is unknown, when the operation changes
+// anything there.
+Error withOutcome(Error error, Operation operation, bool mayHaveReachedGateway) {
+  if (operation != Operation::Status && mayHaveReachedGateway) {
+    error.outcomeUnknown = true;
+    error.message += kConfirmFirst;
+  }
+  return error;
+}
+
+// The one place where a transport failure becomes an ErrorKind and a sentence.
+Error transportFailure(const TransportError& failure, const std::string& baseURL,
+                       Operation operation) {
+  const std::string gateway = "the gateway at " + baseURL;
+  Error error;
+  switch (failure.code) {
+    case TransportError::kCancelled:
+      error = makeError(ErrorKind::Cancelled, "the call was cancelled");
+      break;
+    case TransportError::kShutDown:
+      error = makeError(ErrorKind::ShutDown, "the client was shut down before the answer arrived");
+      break;
+    case CURLE_COULDNT_CONNECT:
+      error = makeError(ErrorKind::Network, gateway + " refused the connection");
+      break;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      error = makeError(ErrorKind::Network, "the host of " + gateway + " could not be resolved");
+      break;
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_GOT_NOTHING:
+    case CURLE_PARTIAL_FILE:
+      error = makeError(ErrorKind::Network, "the connection to " + gateway + " was lost");
+      break;
+    case CURLE_OPERATION_TIMEDOUT:
+      error = makeError(ErrorKind::Timeout, gateway + " did not answer in time");
+      break;
+    case CURLE_PEER_FAILED_VERIFICATION:
+      error = makeError(ErrorKind::Tls, gateway + " presented a certificate that is not trusted");
+      break;
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+      error = makeError(ErrorKind::Tls, gateway + " did not present the pinned public key");
+      break;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_USE_SSL_FAILED:
+      error = makeError(ErrorKind::Tls, "the TLS connection to " + gateway + " failed (" +
+                                            failure.message + ")");
+      break;
+    default:
+      error = makeError(ErrorKind::Network,
+                        "the call to " + gateway + " failed (" + failure.message + ")");
+      break;
+  }
+  error.transport = failure;
+  return withOutcome(std::move(error), operation, failure.requestSent);
+}
+
+// The first non-blank line of an answer, cut to a readable length.
+std::string firstLine(const Text& answer) {
+  const std::string& text = answer ? *answer : std::string();
+  std::size_t start = text.find_first_not_of(" \t\r\n");
+  if (start == std::string::npos) return "(empty answer)";
+  std::string line = text.substr(start, text.find_first_of("\r\n", start) - start);
+  if (line.size() > 120) line = line.substr(0, 117) + "...";
+  return line;
+}
+
+PaymentResponse failedRecord() {
+  PaymentResponse record;
+  record.setStatusCode(std::string("F"));
+  return record;
+}
+
+// Runs tasks one after the other on a thread of its own, started with the first task: the
+// completions of calls that end before anything is sent, which must not run on the caller's
+// thread. Tasks still queued when it stops are run before its thread ends.
+class Dispatcher {
+ public:
+  ~Dispatcher() {
+    std::thread thread;
+    {
+      std::lock_guard lock(state_->mutex);
+      state_->stopping = true;
+      thread = std::move(thread_);
+    }
+    state_->changed.notify_all();
+    if (!thread.joinable()) return;
+    if (thread.get_id() == std::this_thread::get_id()) {
+      thread.detach();  // destroyed by one of its own tasks: the thread ends on its own
+    } else {
+      thread.join();
+    }
+  }
+
+  void post(std::function<void()> task) {
+    {
+      std::lock_guard lock(state_->mutex);
+      state_->tasks.push_back(std::move(task));
+      if (!thread_.joinable()) thread_ = std::thread([state = state_] { run(*state); });
+    }
+    state_->changed.notify_one();
+  }
+
+ private:
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<std::function<void()>> tasks;
+    bool stopping = false;
+  };
+
+  static void run(State& state) {
+    std::unique_lock lock(state.mutex);
+    for (;;) {
+      state.changed.wait(lock, [&] { return state.stopping || !state.tasks.empty(); });
+      if (state.tasks.empty()) return;
+      std::function<void()> task = std::move(state.tasks.front());
+      state.tasks.pop_front();
+      lock.unlock();
+      try {
+        task();
+      } catch (...) {
+        // A task's failure is its own.
+      }
+      task = nullptr;
+      lock.lock();
+    }
+  }
+
+  std::shared_ptr<State> state_ = std::make_shared<State>();
+  std::thread thread_;  // guarded by state_->mutex
+};
+
+// A merchant key kept for a call under way, wiped when the call is done.
+struct SecretKey {
+  explicit SecretKey(Text value) : value(std::move(value)) {}
+  ~SecretKey() { internal::wipe(value); }
+  SecretKey(const SecretKey&) = delete;
+  SecretKey& operator=(const SecretKey&) = delete;
+  Text value;
+};
+
+// What a management call needs once it is under way.
+struct Call {
+  Call(Operation operation, Deliver deliver, const Text& key)
+      : operation(operation), deliver(std::move(deliver)), key(key) {}
+  Operation operation;
+  Deliver deliver;
+  SecretKey key;
+  // Cancels the transfer when the caller's token is stopped; kept until the call is released.
+  std::optional<std::stop_callback<std::function<void()>>> onStop;
+};
+
+}  // namespace
+
+struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
+  ~Impl() {
+    internal::wipe(mid);
+    internal::wipe(key);
+  }
+
+  std::shared_ptr<QuandrelIPG> ipg;
+  std::shared_ptr<Transport> transport;
+  std::string baseURL;
+  Text mid;
+  Text key;
+  CallbackExecutor executor;
+  CommonUtilities parsers;
+  std::atomic<bool> shutDown{false};
+  Dispatcher dispatcher;  // last: its thread may still run tasks while the rest is destroyed
+
+  // Completes a call that ends before anything is sent, on the dispatcher's thread.
+  void later(const Deliver& deliver, Error error) {
+    dispatcher.post([deliver, error = std::move(error)]() { deliver(error); });
+  }
+
+  void manage(Operation operation, const std::string& orderID, const std::string& ref,
+              const std::string* amount, std::stop_token stop, Deliver deliver);
+  Result<PaymentResponse> read(const Call& call, const TransportReply& reply) const;
+};
+
+void Client::Impl::manage(Operation operation, const std::string& orderID,
+                          const std::string& ref, const std::string* amount, std::stop_token stop,
+                          Deliver deliver) {
+  if (shutDown) {
+    return later(deliver, makeError(ErrorKind::ShutDown, "the client has been shut down"));
+  }
+  const Text order = orderID;
+  const Text reference = ref;
+  const Text money = amount ? Text(*amount) : Text();
+  std::string verdict;
+  std::string message;
+  std::string endpoint;
+  const char* midField = "&MID=";
+  try {
+    switch (operation) {
+      case Operation::Status:
+        verdict = StatusRequest().validateInputForStatusRequest(order, reference, mid, key);
+        if (verdict != kSuccess) break;
+        endpoint = "getTransactionStatus";
+        midField = "&mid=";
+        message = StatusRequest(order, reference, baseURL + endpoint, mid, key).getRequestMessage();
+        break;
+      case Operation::Cancel:
+        verdict = CancelRequest().validateInputForCancelRequest(order, reference, mid, key);
+        if (verdict != kSuccess) break;
+        endpoint = "doCancelRequest";
+        message = CancelRequest(order, reference, baseURL + endpoint, "", mid, key, "", "", "", "",
+                                "", "", "", "", "", "")
+                      .getRequestMessage();
+        break;
+      case Operation::Refund:
+        verdict =
+            RefundRequest().validateInputForRefundRequest(order, reference, money, mid, key);
+        if (verdict != kSuccess) break;
+        if (auto problem = internal::amountProblem(*amount)) verdict = *problem;
+        if (verdict != kSuccess) break;
+        endpoint = "doRefundRequest";
+        message = RefundRequest(order, reference, baseURL + endpoint, money, mid, key, "", "", "",
+                                "", "", "", "", "", "", "")
+                      .getRequestMessage();
+        break;
+    }
+  } catch (const std::invalid_argument& absentField) {
+    verdict = absentField.what();  // validation refuses every absent field first
+  }
+  if (verdict != kSuccess) return later(deliver, makeError(ErrorKind::Input, verdict));
+  if (stop.stop_requested()) {
+    internal::wipe(message);
+    return later(deliver, makeError(ErrorKind::Cancelled, "the call was cancelled before it was sent"));
+  }
+
+  const std::string envelope = encryptTextWithEncKey(message, key);
+  internal::wipe(message);
+  if (envelope.empty()) {
+    return later(deliver, makeError(ErrorKind::Config,
+                                    "the request could not be sealed with this merchant key"));
+  }
+  const std::string body =
+      "merchantReqStrT=" + envelope + midField + mid.value_or("") + "&iosEnc=true";
+  URLRequest request;
+  request.url = baseURL + endpoint;
+  request.httpMethod = "POST";
+  request.setValueForHTTPHeaderField("application/x-www-form-urlencoded", "Content-Type");
+  request.setValueForHTTPHeaderField(std::to_string(body.size()), "Content-Length");
+  request.httpBody.assign(body.begin(), body.end());
+  request.timeoutInterval = 0;  // the gateway configuration's time-outs apply
+  request.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalAndRemoteCacheData;
+
+  auto call = std::make_shared<Call>(operation, std::move(deliver), key);
+  // The transport runs the completion on one of its completion threads, never inside post().
+  const internal::RequestId id = transport->post(
+      std::move(request), [self = shared_from_this(), call](const TransportReply& reply) {
+        call->deliver(self->read(*call, reply));
+      });
+  if (stop.stop_possible()) {
+    std::weak_ptr<Transport> weak = transport;
+    call->onStop.emplace(std::move(stop), [weak, id] {
+      if (auto alive = weak.lock()) alive->cancel(id);
+    });
+  }
+}
+
+Result<PaymentResponse> Client::Impl::read(const Call& call, const TransportReply& reply) const {
+  if (reply.error) return transportFailure(*reply.error, baseURL, call.operation);
+  if (reply.httpStatus != 200) {
+    Error error = makeError(ErrorKind::Http, "the gateway at " + baseURL + " answered with HTTP " +
+                                                 std::to_string(reply.httpStatus) + ": " +
+                                                 firstLine(reply.answer));
+    error.httpStatus = reply.httpStatus;
+    return withOutcome(std::move(error), call.operation, true);
+  }
+  Text plain = decryptTextWithDecryptionKey(reply.answer, call.key.value);
+  internal::WipeOnExit wipePlain(plain);
+  if (!plain || plain->empty()) {
+    return withOutcome(
+        makeError(ErrorKind::Unreadable,
+                  reply.answer ? "the answer could not be opened with this merchant key (wrong key?)"
+                               : "the gateway's answer is not text"),
+        call.operation, true);
+  }
+  PaymentResponse record = call.operation == Operation::Status
+                               ? parsers.getResponseFromString(plain)
+                               : parsers.getCancelOrRefundPaymentResponse(plain);
+  if (record == failedRecord()) {
+    return withOutcome(makeError(ErrorKind::Unreadable,
+                                 "the gateway's answer opened but could not be read as a record"),
+                       call.operation, true);
+  }
+  return record;
+}
+
+// ---------------------------------------------------------------- creation
+
+Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
+  struct WipeGivenKey {
+    std::string& key;
+    ~WipeGivenKey() { internal::wipe(key); }
+  } wipeGivenKey{options.encryptionKey};
+  try {
+    if (Text problem = options.gateway.problem()) return makeError(ErrorKind::Config, *problem);
+    auto impl = std::make_shared<Impl>();
+    impl->ipg = QuandrelIPG::create(
+        options.environment == Environment::Test ? IPGEnvironmentTest : IPGEnvironmentProduction,
+        options.gateway);
+    if (impl->ipg) impl->transport = Transport::create(impl->ipg->config());
+    if (!impl->ipg || !impl->transport) {
+      return makeError(ErrorKind::Config, "the client could not be set up: the HTTP transport did "
+                                          "not start");
+    }
+    impl->baseURL = impl->ipg->CurrentDomainURL();
+    impl->executor = std::move(options.callbackExecutor);
+    if (options.merchantID.empty()) {
+      impl->ipg->getMerchantIDandEncryptionKeyFromPList([&](const Text& mid, const Text& key) {
+        impl->mid = mid;
+        impl->key = key;
+      });
+      if (!internal::isFilled(impl->mid)) {
+        return makeError(ErrorKind::Config,
+                         "no merchant ID was given and Info.plist holds none (\"merchantID\")");
+      }
+    } else {
+      impl->mid = options.merchantID;
+      impl->key = options.encryptionKey;
+    }
+    if (!internal::isFilled(impl->key)) {
+      return makeError(ErrorKind::Config, "no merchant key was given");
+    }
+    return std::shared_ptr<Client>(new Client(std::move(impl)));
+  } catch (const std::exception& failure) {
+    return makeError(ErrorKind::Config,
+                     std::string("the client could not be set up: ") + failure.what());
+  }
+}
+
+Client::Client(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
+
+Client::~Client() { shutdown(); }
+
+void Client::shutdown() {
+  impl_->shutDown = true;
+  impl_->transport->shutdown();
+  impl_->ipg->shutdown();
+}
+
+const std::string& Client::baseURL() const { return impl_->baseURL; }
+
+// ---------------------------------------------------------------- management calls
+
+namespace {
+
+// Runs the caller's callback where the options say; its exceptions stay here.
+Deliver toCallback(const CallbackExecutor& executor, Client::Callback callback) {
+  auto shared = std::make_shared<Client::Callback>(std::move(callback));
+  return [executor, shared](Result<PaymentResponse> result) {
+    auto run = [shared, result = std::move(result)]() mutable {
+      try {
+        if (*shared) (*shared)(std::move(result));
+      } catch (...) {
+        // The callback's failure is the host's; the client goes on.
+      }
+    };
+    if (!executor) return run();
+    try {
+      executor(std::move(run));
+    } catch (...) {
+      // An executor that throws loses the callback; nothing else can be done here.
+    }
+  };
+}
+
+struct Promised {
+  Deliver deliver;
+  std::future<Result<PaymentResponse>> future;
+};
+
+Promised toFuture() {
+  auto promise = std::make_shared<std::promise<Result<PaymentResponse>>>();
+  std::future<Result<PaymentResponse>> future = promise->get_future();
+  return {[promise](Result<PaymentResponse> result) { promise->set_value(std::move(result)); },
+          std::move(future)};
+}
+
+}  // namespace
+
+std::future<Result<PaymentResponse>> Client::status(const TransactionQuery& query,
+                                                    std::stop_token stop) {
+  Promised promised = toFuture();
+  impl_->manage(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
+                std::move(stop), std::move(promised.deliver));
+  return std::move(promised.future);
+}
+
+void Client::status(const TransactionQuery& query, Callback callback, std::stop_token stop) {
+  impl_->manage(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
+                std::move(stop), toCallback(impl_->executor, std::move(callback)));
+}
+
+std::future<Result<PaymentResponse>> Client::cancel(const TransactionQuery& query,
+                                                    std::stop_token stop) {
+  Promised promised = toFuture();
+  impl_->manage(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
+                std::move(stop), std::move(promised.deliver));
+  return std::move(promised.future);
+}
+
+void Client::cancel(const TransactionQuery& query, Callback callback, std::stop_token stop) {
+  impl_->manage(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
+                std::move(stop), toCallback(impl_->executor, std::move(callback)));
+}
+
+std::future<Result<PaymentResponse>> Client::refund(const RefundQuery& query,
+                                                    std::stop_token stop) {
+  Promised promised = toFuture();
+  impl_->manage(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
+                std::move(stop), std::move(promised.deliver));
+  return std::move(promised.future);
+}
+
+void Client::refund(const RefundQuery& query, Callback callback, std::stop_token stop) {
+  impl_->manage(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
+                std::move(stop), toCallback(impl_->executor, std::move(callback)));
+}
+
+// ---------------------------------------------------------------- payments
+
+namespace {
+
+// The interface's type codes: 0 authorises only ("P"), 1 also captures ("S").
+std::uint64_t typeCode(TransactionType type) {
+  return type == TransactionType::PreAuthorisation ? 0 : 1;
+}
+
+// Catches the failure message QuandrelIPG hands its delegate during a payment call.
+struct Refusal {
+  std::string message;
+  std::shared_ptr<IPGResponseDelegate> delegate = makeResponseDelegate(
+      {}, {}, [this](const std::string& text) { message = text; });
+  Refusal() = default;
+  Refusal(const Refusal&) = delete;
+  Refusal& operator=(const Refusal&) = delete;
+};
+
+std::tm nowUtc() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  return parts;
+}
+
+}  // namespace
+
+Result<URLRequest> Client::standardPayment(const StandardPayment& payment) {
+  const AdditionalFields& f = payment.additionalFields;
+  Refusal refusal;
+  std::optional<URLRequest> request = impl_->ipg->getStandardPaymentRequest(
+      payment.orderID, payment.amount, payment.currency, payment.description,
+      typeCode(payment.type), f[0], f[1], f[2], f[3], f[4], f[5], f[6], f[7], f[8], f[9],
+      impl_->mid, impl_->key, refusal.delegate);
+  if (!request) return makeError(ErrorKind::Input, refusal.message);
+  if (auto problem = internal::amountProblem(payment.amount)) {
+    return makeError(ErrorKind::Input, *problem);
+  }
+  return std::move(*request);
+}
+
+Result<URLRequest> Client::cardCapturePayment(CardCapturePayment payment) {
+  Card& card = payment.card;
+  Text number = card.number, expiry = card.expiry, cvv = card.cvv;
+  for (std::string* secret : {&card.number, &card.expiry, &card.cvv}) internal::wipe(*secret);
+  internal::WipeOnExit wipeNumber(number), wipeExpiry(expiry), wipeCvv(cvv);
+
+  const AdditionalFields& f = payment.additionalFields;
+  Refusal refusal;
+  std::optional<URLRequest> request = impl_->ipg->getCardCapturePaymentRequest(
+      payment.orderID, payment.amount, payment.currency, payment.description,
+      typeCode(payment.type), card.holderName, number, expiry, cvv,
+      payment.paymentType == PaymentType::CreditCard ? 0 : 1, f[0], f[1], f[2], f[3], f[4], f[5],
+      f[6], f[7], f[8], f[9], impl_->mid, impl_->key, refusal.delegate);
+  if (!request) return makeError(ErrorKind::Input, refusal.message);
+  const std::tm now = nowUtc();
+  std::optional<std::string> problem = internal::amountProblem(payment.amount);
+  if (!problem) problem = internal::cardNumberProblem(*number);
+  if (!problem) problem = internal::expiryProblem(*expiry, now.tm_year + 1900, now.tm_mon + 1);
+  if (!problem) problem = internal::cvvProblem(*cvv);
+  if (problem) return makeError(ErrorKind::Input, *problem);
+  return std::move(*request);
+}
+
+}  // namespace qipg

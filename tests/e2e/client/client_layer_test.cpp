@@ -1,0 +1,308 @@
+// qipg::Client against the sandbox gateway: every ErrorKind from its real cause, the gateway's
+// own "F" verdicts as values, payments and their extra checks, the callback executor, and
+// exactly-once completion with many threads sharing one client.
+#include <qipg/Client.h>
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "e2e_support.h"
+
+namespace qipg_e2e {
+namespace {
+
+using qipg::Client;
+using qipg::ErrorKind;
+using qipg::PaymentResponse;
+using qipg::Result;
+using qipg::Text;
+using Answer = Result<PaymentResponse>;
+
+class ClientLayerTest : public SandboxTest {
+ protected:
+  qipg::ClientOptions options() const {
+    qipg::ClientOptions options;
+    options.gateway = config();
+    options.merchantID = kMID;
+    options.encryptionKey = kKey;
+    return options;
+  }
+  std::shared_ptr<Client> make(const qipg::ClientOptions& options) {
+    Result<std::shared_ptr<Client>> made = Client::create(options);
+    EXPECT_TRUE(made.ok()) << made.error().message;
+    return made.ok() ? made.value() : nullptr;
+  }
+};
+
+TEST_F(ClientLayerTest, ManagementOfRealTransactions) {
+  const PaymentResponse sale = pay("SALE1", "10.50", 1);
+  const PaymentResponse authorisation = pay("AUTH1", "20", 0);
+  auto client = make(options());
+  const std::string saleRef = sale.transactionReferenceNo().value_or("");
+
+  Answer status = client->status({.orderID = "SALE1", .transactionRefNumber = saleRef}).get();
+  ASSERT_TRUE(status.ok()) << status.error().message;
+  EXPECT_EQ(status.value().statusDescription(), Text("Captured"));
+  Answer refund = client->refund({"SALE1", saleRef, "3.00"}).get();
+  ASSERT_TRUE(refund) << refund.error().message;
+  EXPECT_EQ(refund.value().statusCode(), Text("S"));
+  Answer cancel =
+      client->cancel({"AUTH1", authorisation.transactionReferenceNo().value_or("")}).get();
+  ASSERT_TRUE(cancel) << cancel.error().message;
+  EXPECT_EQ(cancel.value().statusCode(), Text("S"));
+  // The gateway's refusal is its verdict, not an error.
+  Answer again = client->cancel({"AUTH1", authorisation.transactionReferenceNo().value_or("")}).get();
+  ASSERT_TRUE(again) << again.error().message;
+  EXPECT_EQ(again.value().statusCode(), Text("F"));
+}
+
+struct ErrorCase {
+  const char* name;
+  std::function<void(qipg::ClientOptions&, qipg::sandbox::Sandbox&)> arrange;
+  std::function<Answer(Client&)> call;
+  ErrorKind kind;
+  std::string message;  // "{gw}" stands for the base URL
+  bool outcomeUnknown;
+  std::optional<long> httpStatus = std::nullopt;
+};
+
+std::function<Answer(Client&)> refundCall(std::string amount = "1.00") {
+  return [amount](Client& c) { return c.refund({"ORDER1", "1", amount}).get(); };
+}
+std::function<Answer(Client&)> statusCall() {
+  return [](Client& c) { return c.status({"ORDER1", "1"}).get(); };
+}
+void noChange(qipg::ClientOptions&, qipg::sandbox::Sandbox&) {}
+void hang(qipg::ClientOptions& o, qipg::sandbox::Sandbox& s) {
+  o.gateway.requestTimeoutMs = 300;
+  s.setFault(qipg::sandbox::Endpoint::kRefund, qipg::sandbox::Fault::kHang);
+}
+
+constexpr char kConfirm[] =
+    "; it may have reached the gateway, so confirm with a status inquiry before retrying";
+
+TEST_F(ClientLayerTest, EachErrorKindFromItsRealCause) {
+  using qipg::sandbox::Endpoint;
+  using qipg::sandbox::Fault;
+  const std::string wrongKey = "wrongKey0123456789ABCDEFGHIJKLMN";
+  const std::vector<ErrorCase> cases = {
+      {"input", noChange, [](Client& c) { return c.status({"", "1"}).get(); }, ErrorKind::Input,
+       "Invalid Order ID", false},
+      {"zero refund", noChange, refundCall("0.00"), ErrorKind::Input,
+       "the amount must be greater than zero", false},
+      {"three decimals", noChange, refundCall("1.005"), ErrorKind::Input,
+       "the amount must be a number with at most two decimals, like 15.00", false},
+      {"stopped token", noChange,
+       [](Client& c) {
+         std::stop_source stop;
+         stop.request_stop();
+         return c.refund({"ORDER1", "1", "1.00"}, stop.get_token()).get();
+       },
+       ErrorKind::Cancelled, "the call was cancelled before it was sent", false},
+      {"wrong key, status", [&](auto& o, auto&) { o.encryptionKey = wrongKey; }, statusCall(),
+       ErrorKind::Unreadable, "the answer could not be opened with this merchant key (wrong key?)",
+       false},
+      {"wrong key, refund", [&](auto& o, auto&) { o.encryptionKey = wrongKey; }, refundCall(),
+       ErrorKind::Unreadable,
+       std::string("the answer could not be opened with this merchant key (wrong key?)") + kConfirm,
+       true},
+      {"garbage", [](auto&, auto& s) { s.setFault(Endpoint::kStatus, Fault::kGarbage); },
+       statusCall(), ErrorKind::Unreadable,
+       "the answer could not be opened with this merchant key (wrong key?)", false},
+      {"http 500", [](auto&, auto& s) { s.setFault(Endpoint::kRefund, Fault::kHttp500); },
+       refundCall(), ErrorKind::Http,
+       std::string("the gateway at {gw} answered with HTTP 500: <!DOCTYPE html>") + kConfirm, true,
+       500},
+      {"stalled server", hang, refundCall(), ErrorKind::Timeout,
+       std::string("the gateway at {gw} did not answer in time") + kConfirm, true},
+      {"untrusted CA", [](auto& o, auto&) { o.gateway.caFile.clear(); }, refundCall(),
+       ErrorKind::Tls, "the gateway at {gw} presented a certificate that is not trusted", false},
+      {"after shutdown", noChange,
+       [](Client& c) {
+         c.shutdown();
+         return c.refund({"ORDER1", "1", "1.00"}).get();
+       },
+       ErrorKind::ShutDown, "the client has been shut down", false},
+      // Last: the sandbox stays stopped.
+      {"stopped server", [](auto&, auto& s) { s.stop(); }, refundCall(), ErrorKind::Network,
+       "the gateway at {gw} refused the connection", false},
+  };
+  for (const ErrorCase& test : cases) {
+    SCOPED_TRACE(test.name);
+    qipg::ClientOptions o = options();
+    const std::string gateway = sandbox().baseURL();
+    test.arrange(o, sandbox());
+    auto client = make(o);
+    ASSERT_NE(client, nullptr);
+    const Answer answer = test.call(*client);
+    ASSERT_FALSE(answer.ok());
+    std::string message = test.message;
+    if (auto at = message.find("{gw}"); at != std::string::npos) message.replace(at, 4, gateway);
+    EXPECT_EQ(qipg::errorKindName(answer.error().kind), qipg::errorKindName(test.kind));
+    EXPECT_EQ(answer.error().message, message);
+    EXPECT_EQ(answer.error().outcomeUnknown, test.outcomeUnknown);
+    EXPECT_EQ(answer.error().httpStatus, test.httpStatus);
+    client.reset();
+    sandbox().clearFaults();
+  }
+}
+
+TEST_F(ClientLayerTest, UnknownOrderIsTheGatewaysVerdict) {
+  const Answer answer = make(options())->status({"NOSUCHORDER", "1"}).get();
+  ASSERT_TRUE(answer.ok()) << answer.error().message;
+  EXPECT_EQ(answer.value().statusCode(), Text("F"));
+  EXPECT_TRUE(answer.value().statusDescription().has_value());
+}
+
+TEST_F(ClientLayerTest, ConfigErrorsAtCreation) {
+  qipg::ClientOptions badURL = options();
+  badURL.gateway.testBaseURL = "http://example.com/ipg/";
+  qipg::ClientOptions noKey = options();
+  noKey.encryptionKey.clear();
+  qipg::ClientOptions noMid = options();
+  noMid.merchantID.clear();
+  for (const auto& [o, message] : std::vector<std::pair<qipg::ClientOptions, std::string>>{
+           {badURL,
+            "test base URL must use https (http is allowed only on a loopback host): "
+            "http://example.com/ipg/"},
+           {noKey, "no merchant key was given"},
+           {noMid, "no merchant ID was given and Info.plist holds none (\"merchantID\")"}}) {
+    const auto made = Client::create(o);
+    ASSERT_FALSE(made.ok());
+    EXPECT_EQ(made.error().kind, ErrorKind::Config);
+    EXPECT_EQ(made.error().message, message);
+  }
+}
+
+TEST_F(ClientLayerTest, ShutdownMidTransferEndsTheCallWithOutcomeUnknown) {
+  sandbox().setFault(qipg::sandbox::Endpoint::kRefund, qipg::sandbox::Fault::kHang);
+  auto client = make(options());
+  auto pending = client->refund({"ORDER1", "1", "1.00"});
+  while (sandbox().heldRequests() == 0) std::this_thread::yield();
+  client.reset();
+  const Answer answer = pending.get();
+  ASSERT_FALSE(answer.ok());
+  EXPECT_EQ(answer.error().kind, ErrorKind::ShutDown);
+  EXPECT_EQ(answer.error().message,
+            std::string("the client was shut down before the answer arrived") + kConfirm);
+  EXPECT_TRUE(answer.error().outcomeUnknown);
+}
+
+TEST_F(ClientLayerTest, PaymentsAndTheirExtraChecks) {
+  auto client = make(options());
+  const qipg::StandardPayment standard{.orderID = "A1", .amount = "15.00", .currency = "INR",
+                                       .type = qipg::TransactionType::PreAuthorisation,
+                                       .description = "Two books"};
+  const qipg::CardCapturePayment card{.orderID = "A1", .amount = "15.00", .currency = "INR",
+                                      .description = "Two books",
+                                      .card = {.number = "4111111111111111", .expiry = "1299",
+                                               .cvv = "123", .holderName = "Jane Doe"}};
+  using Edit = std::function<void(qipg::CardCapturePayment&)>;
+  const std::vector<std::pair<Edit, std::string>> cardCases = {
+      {[](auto&) {}, ""},
+      {[](auto& p) { p.orderID = ""; }, "Missing value for Order ID"},  // the interface's first
+      {[](auto& p) { p.amount = "0"; }, "the amount must be greater than zero"},
+      {[](auto& p) { p.card.number = "4111111111111112"; },
+       "the card number is not valid (it fails the Luhn check; mistyped?)"},
+      {[](auto& p) { p.card.expiry = "1323"; }, "the card expiry must name a month from 01 to 12"},
+      {[](auto& p) { p.card.expiry = "0120"; }, "the card has expired"},
+      {[](auto& p) { p.card.cvv = "12"; }, "the CVV must be 3 or 4 digits"},
+  };
+  for (const auto& [edit, message] : cardCases) {
+    SCOPED_TRACE(message);
+    qipg::CardCapturePayment payment = card;
+    edit(payment);
+    const Result<qipg::URLRequest> page = client->cardCapturePayment(payment);
+    if (message.empty()) {
+      ASSERT_TRUE(page.ok()) << page.error().message;
+      EXPECT_EQ(page.value().url, sandbox().baseURL() + "doMEPayRequestCard");
+    } else {
+      ASSERT_FALSE(page.ok());
+      EXPECT_EQ(page.error().kind, ErrorKind::Input);
+      EXPECT_EQ(page.error().message, message);
+    }
+  }
+  const Result<qipg::URLRequest> page = client->standardPayment(standard);
+  ASSERT_TRUE(page.ok()) << page.error().message;
+  EXPECT_EQ(page.value().url, sandbox().baseURL() + "doMEPayRequest");
+  auto cheap = standard;
+  cheap.amount = "0.00";
+  EXPECT_EQ(client->standardPayment(cheap).error().message, "the amount must be greater than zero");
+}
+
+// Every callback reaches the executor, whatever the outcome, and none runs on the caller's thread.
+TEST_F(ClientLayerTest, CallbacksRunOnTheExecutorOrALibraryThread) {
+  for (bool withExecutor : {true, false}) {
+    SCOPED_TRACE(withExecutor);
+    std::atomic<int> executed{0};
+    std::mutex mutex;
+    std::condition_variable done;
+    int callbacks = 0;
+    bool onCaller = false;
+    const auto caller = std::this_thread::get_id();
+    qipg::ClientOptions o = options();
+    if (withExecutor) {
+      o.callbackExecutor = [&](std::function<void()> task) {
+        ++executed;
+        std::thread(std::move(task)).detach();
+      };
+    }
+    auto client = make(o);
+    const auto callback = [&](Answer) {
+      std::lock_guard lock(mutex);
+      onCaller = onCaller || std::this_thread::get_id() == caller;
+      ++callbacks;
+      done.notify_all();
+    };
+    std::stop_source stopped;
+    stopped.request_stop();
+    client->status({"ORDER1", "1"}, callback);                        // a readable answer
+    client->status({"", "1"}, callback);                              // input error
+    client->refund({"ORDER1", "1", "1.00"}, callback, stopped.get_token());  // cancelled
+    std::unique_lock lock(mutex);
+    done.wait(lock, [&] { return callbacks == 3; });
+    EXPECT_FALSE(onCaller);
+    EXPECT_EQ(executed, withExecutor ? 3 : 0);
+  }
+}
+
+// Run under ThreadSanitizer too: many threads share one client, some calls are cancelled, and
+// each call completes exactly once.
+TEST_F(ClientLayerTest, ExactlyOnceWithManyThreadsSharingOneClient) {
+  auto client = make(options());
+  constexpr int kThreads = 8, kCalls = 12;
+  std::vector<std::atomic<int>> completions(kThreads * kCalls);
+  std::vector<std::future<Answer>> futures;
+  std::mutex futuresMutex;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kCalls; ++i) {
+        const int slot = t * kCalls + i;
+        std::stop_source stop;
+        auto counted = [&completions, slot](Answer) { ++completions[slot]; };
+        if (i % 3 == 0) {
+          std::lock_guard lock(futuresMutex);
+          futures.push_back(client->status({"ORDER" + std::to_string(slot), "1"}));
+          ++completions[slot];
+        } else {
+          client->refund({"ORDER1", "1", i % 3 == 1 ? "1.00" : "0"}, counted, stop.get_token());
+          if (i % 4 == 0) stop.request_stop();
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  for (auto& future : futures) EXPECT_TRUE(future.get().ok());
+  client.reset();  // completes whatever is still under way, then every count is final
+  for (int slot = 0; slot < kThreads * kCalls; ++slot) {
+    for (int i = 0; i < 500 && completions[slot] == 0; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(completions[slot], 1) << slot;
+  }
+}
+
+}  // namespace
+}  // namespace qipg_e2e
