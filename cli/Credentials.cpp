@@ -54,7 +54,7 @@ void addGatewayOptions(CLI::App& sub, GatewayOptions& o) {
   sub.add_option("--mid", o.mid, "merchant ID (else $QIPG_MID)")->group("Merchant and gateway");
   sub.add_option("--key-file", o.keyFile,
                  "file holding the merchant key on its first line; must be owner-only\n"
-                 "(else $QIPG_KEY, else a prompt when a MID is given on a terminal)")
+                 "(without it: $QIPG_KEY, else a prompt when a MID is given on a terminal)")
       ->group("Merchant and gateway");
   sub.add_option("--key", o.key,
                  "merchant key (discouraged: visible in the process list; prefer $QIPG_KEY)")
@@ -109,13 +109,14 @@ bool merchantCredentials(const GatewayOptions& o, MerchantCredentials& c, std::s
     std::cerr << "ipg: warning: a key given with --key is visible to other users in the process "
                  "list; use $QIPG_KEY or --key-file\n";
     c.key = o.key;
-  } else if (std::string key = environmentValue("QIPG_KEY"); !key.empty()) {
-    c.key = std::move(key);
   } else if (!o.keyFile.empty()) {
     std::optional<std::string> text = readOwnerOnlyFile(o.keyFile, "key file", error);
     if (!text) return false;
     c.key = text->substr(0, text->find_first_of("\r\n"));
     wipe(*text);
+  } else if (std::string key = environmentValue("QIPG_KEY"); !key.empty()) {
+    c.key = std::move(key);
+    wipe(key);
   } else if (c.mid) {
     c.key = promptSecret("Merchant key: ");
   }

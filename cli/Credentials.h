@@ -1,8 +1,8 @@
 // Where the ipg commands take the merchant's credentials and the gateway from.
 //
-// MID: --mid, else $QIPG_MID. Key: $QIPG_KEY, else --key-file (owner-only), else a prompt when
-// standard input is a terminal and a MID was given; --key still works but warns, since other
-// users see it in the process list. With neither MID nor key the library reads both from
+// MID: --mid, else $QIPG_MID. Key: --key-file (owner-only), else $QIPG_KEY, else a prompt when
+// standard input is a terminal and a MID was given; --key still works (first) but warns, since
+// other users see it in the process list. With neither MID nor key the library reads both from
 // Info.plist ($QIPG_BUNDLE_DIR, else beside the ipg program).
 //
 // Gateway, one rule for every command: --base-url, else $QIPG_TEST_BASE_URL or

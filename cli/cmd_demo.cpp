@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -16,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "Answer.h"
 #include "Command.h"
+#include "qipg/Client.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 #include "qipg/QuandrelIPG.h"
@@ -66,12 +67,6 @@ bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
   return qipg::runMainLoopUntil(done, seconds);
 }
 
-// The record of a management call, waited for (bounded).
-std::optional<qipg::PaymentResponse> awaitRecord(Answer& answer) {
-  answer.waitFor(std::chrono::seconds(30));
-  return answer.record();
-}
-
 class Tour {
  public:
   explicit Tour(std::filesystem::path out) : out_(std::move(out)) {}
@@ -85,10 +80,12 @@ class Tour {
                             "Status inquiry of the first payment",
                             "Partial refund of the first payment",
                             "Cancel of the second payment",
-                            "An input error"};
+                            "An input error",
+                            "A status inquiry with the wrong merchant key"};
     bool (Tour::*steps[])() = {&Tour::startSandbox,   &Tour::createClient, &Tour::standardPayment,
                                &Tour::finalPageShot,  &Tour::cardPayment,  &Tour::status,
-                               &Tour::refund,         &Tour::cancel,       &Tour::inputError};
+                               &Tour::refund,         &Tour::cancel,       &Tour::inputError,
+                               &Tour::wrongKey};
     int failed = 0;
     for (std::size_t i = 0; i < std::size(steps); ++i) {
       std::cout << i + 1 << ". " << titles[i] << std::endl;
@@ -289,10 +286,37 @@ class Tour {
     return record->statusCode() == "S";
   }
 
+  // A client of the idiomatic layer, for the management calls, with the test merchant's key or
+  // another one.
+  std::shared_ptr<qipg::Client> manager(const std::string& merchantKey) const {
+    qipg::ClientOptions options;
+    options.gateway = client_->config();
+    options.merchantID = mid();
+    options.encryptionKey = merchantKey;
+    qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
+    if (!made) std::cout << "   " << made.error().message << "\n";
+    return made ? made.value() : nullptr;
+  }
+
+  // The result of a management call (bounded wait); a row for an error, and the record if any.
+  std::optional<qipg::PaymentResponse> await(std::future<qipg::Result<qipg::PaymentResponse>> f,
+                                             const std::string& operation,
+                                             const std::string& order) {
+    if (f.wait_for(std::chrono::seconds(30)) != std::future_status::ready) return std::nullopt;
+    qipg::Result<qipg::PaymentResponse> result = f.get();
+    if (result) return result.value();
+    const qipg::Error& e = result.error();
+    rows_.push_back({operation, order, std::string(qipg::errorKindName(e.kind)), e.message,
+                     e.outcomeUnknown ? "may have been applied" : "nothing applied"});
+    return std::nullopt;
+  }
+
   bool status() {
-    const auto answer = Answer::create();
-    client_->getTransactionStatus(orderA_, refA_, mid(), key(), answer->delegate());
-    const auto record = awaitRecord(*answer);
+    const auto client = manager(key());
+    if (!client) return false;
+    const auto record =
+        await(client->status({.orderID = orderA_, .transactionRefNumber = orEmpty(refA_)}),
+              "status inquiry", orderA_);
     if (!record) return false;
     const auto& r = *record;
     rows_.push_back(rowOf("status inquiry", r,
@@ -302,10 +326,12 @@ class Tour {
   }
 
   bool refund() {
-    const auto answer = Answer::create();
-    client_->refundTransaction(orderA_, refA_, std::string("500.00"), mid(), key(),
-                               answer->delegate());
-    const auto record = awaitRecord(*answer);
+    const auto client = manager(key());
+    if (!client) return false;
+    const auto record = await(client->refund({.orderID = orderA_,
+                                              .transactionRefNumber = orEmpty(refA_),
+                                              .amount = "500.00"}),
+                              "partial refund", orderA_);
     if (!record) return false;
     const auto& r = *record;
     rows_.push_back(rowOf("partial refund", r, "refunded " + orEmpty(r.refundAmount())));
@@ -313,9 +339,11 @@ class Tour {
   }
 
   bool cancel() {
-    const auto answer = Answer::create();
-    client_->cancelTransaction(orderB_, refB_, mid(), key(), answer->delegate());
-    const auto record = awaitRecord(*answer);
+    const auto client = manager(key());
+    if (!client) return false;
+    const auto record =
+        await(client->cancel({.orderID = orderB_, .transactionRefNumber = orEmpty(refB_)}),
+              "cancel", orderB_);
     if (!record) return false;
     const auto& r = *record;
     rows_.push_back(rowOf("cancel", r, "request " + orEmpty(r.pgRefCancelReqID())));
@@ -323,13 +351,19 @@ class Tour {
   }
 
   bool inputError() {
-    const auto answer = Answer::create();
     // A hyphen is not allowed in an order id: the client answers at once, sending nothing.
-    client_->getTransactionStatus(std::string("ORDER-1"), refA_, mid(), key(), answer->delegate());
-    const std::optional<std::string> error = answer->inputError();
-    if (!error) return false;
-    rows_.push_back({"status (bad order id)", "ORDER-1", "error", *error, "nothing sent"});
-    return true;
+    const auto client = manager(key());
+    return client && !await(client->status({.orderID = "ORDER-1",
+                                             .transactionRefNumber = orEmpty(refA_)}),
+                            "status (bad order id)", "ORDER-1");
+  }
+
+  bool wrongKey() {
+    // The sandbox cannot open the request, and its sealed refusal does not open with this key.
+    const auto client = manager("notTheMerchantsKey0123456789ABCD");
+    return client && !await(client->status({.orderID = orderA_,
+                                             .transactionRefNumber = orEmpty(refA_)}),
+                            "status (wrong key)", orderA_);
   }
 
   void printTable() const {
@@ -402,8 +436,9 @@ Command addDemoCommand(CLI::App& app) {
       "defaults in a private temporary directory): a client for the sandbox seals and opens a\n"
       "sample message; a standard payment is completed in the real payment window, the test\n"
       "card filled in by the demo itself; a card-capture payment (a pre-authorisation); a status\n"
-      "inquiry and a partial refund of the first payment, a cancel of the second; one input\n"
-      "error, reported before anything is sent. It prints one table of the records. It needs a\n"
+      "inquiry and a partial refund of the first payment, a cancel of the second (through\n"
+      "qipg::Client); one input error, reported before anything is sent, and one call with a\n"
+      "wrong merchant key, diagnosed. It prints one table of the records. It needs a\n"
       "display for the window (`make demo` runs it under Xvfb when there is none) and saves PNG\n"
       "screenshots of the payment page and of the final page in the output directory.");
   sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");

@@ -1,15 +1,17 @@
 // ipg status | cancel | refund: ask the gateway about a transaction, cancel it or refund it,
 // through the library's own management operations, and print the record that comes back.
 #include <chrono>
+#include <future>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "Answer.h"
 #include "Command.h"
 #include "Credentials.h"
 #include "Output.h"
+#include "Spinner.h"
+#include "qipg/Client.h"
 #include "qipg/QuandrelIPG.h"
 
 namespace ipg {
@@ -38,52 +40,79 @@ const char* nameOf(Operation operation) {
   return "";
 }
 
+int exitCodeOf(qipg::ErrorKind kind) {
+  switch (kind) {
+    case qipg::ErrorKind::Input:
+    case qipg::ErrorKind::Config:
+      return kExitUsage;
+    case qipg::ErrorKind::Http:
+    case qipg::ErrorKind::Unreadable:
+      return kExitUnreadable;
+    case qipg::ErrorKind::Network:
+    case qipg::ErrorKind::Timeout:
+    case qipg::ErrorKind::Tls:
+    case qipg::ErrorKind::Cancelled:
+    case qipg::ErrorKind::ShutDown:
+      break;
+  }
+  return kExitNetwork;
+}
+
+int fail(const std::string& command, qipg::ErrorKind kind, const std::string& message,
+         bool json) {
+  printError(std::cout, std::cerr, command, std::string(qipg::errorKindName(kind)), message, json);
+  return exitCodeOf(kind);
+}
+
 int runManagement(const ManageOptions& o, Operation operation) {
   const std::string command = nameOf(operation);
   std::string error;
   std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
   MerchantCredentials credentials;
   if (!gateway || !merchantCredentials(o.gateway, credentials, error)) {
-    printError(std::cout, std::cerr, command, "Config", error, o.json);
-    return kExitUsage;
+    return fail(command, qipg::ErrorKind::Config, error, o.json);
   }
-  gateway->config.requestTimeoutMs = o.timeoutSeconds * 1000;
-  std::shared_ptr<qipg::QuandrelIPG> client =
-      qipg::QuandrelIPG::create(gateway->environment, gateway->config);
-  if (!client) {
-    printError(std::cout, std::cerr, command, "Config",
-               "cannot create the client (the HTTP transport did not start)", o.json);
-    return kExitFailed;
-  }
+  qipg::ClientOptions options;
+  options.environment = gateway->environment == qipg::IPGEnvironmentTest
+                            ? qipg::Environment::Test
+                            : qipg::Environment::Production;
+  options.gateway = gateway->config;
+  options.gateway.requestTimeoutMs = o.timeoutSeconds * 1000;
+  options.merchantID = credentials.mid.value_or("");
+  options.encryptionKey = credentials.key.value_or("");
+  qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
+  wipe(options.encryptionKey);
+  if (!made) return fail(command, made.error().kind, made.error().message, o.json);
+  const std::shared_ptr<qipg::Client>& client = made.value();
 
-  const auto answer = Answer::create();
-  const auto delegate = answer->delegate();
+  std::future<qipg::Result<qipg::PaymentResponse>> answer;
   switch (operation) {
     case Operation::kStatus:
-      client->getTransactionStatus(o.order, o.ref, credentials.mid, credentials.key, delegate);
+      answer = client->status({.orderID = o.order, .transactionRefNumber = o.ref});
       break;
     case Operation::kCancel:
-      client->cancelTransaction(o.order, o.ref, credentials.mid, credentials.key, delegate);
+      answer = client->cancel({.orderID = o.order, .transactionRefNumber = o.ref});
       break;
     case Operation::kRefund:
-      client->refundTransaction(o.order, o.ref, o.amount, credentials.mid, credentials.key,
-                                delegate);
+      answer = client->refund(
+          {.orderID = o.order, .transactionRefNumber = o.ref, .amount = o.amount});
       break;
   }
-  if (const std::optional<std::string> inputError = answer->inputError()) {
-    printError(std::cout, std::cerr, command, "Input", *inputError, o.json);
-    return kExitUsage;
+  {
+    // The client ends the call at the time limit; past it (and a grace), shutting the client
+    // down completes the call.
+    Spinner spinner;
+    const auto end =
+        std::chrono::steady_clock::now() + std::chrono::seconds(o.timeoutSeconds + 5);
+    while (answer.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
+      if (std::chrono::steady_clock::now() > end) client->shutdown();
+      spinner.tick();
+    }
   }
-  // The transport gives up by itself at the limit; the grace covers the rest.
-  answer->waitFor(std::chrono::seconds(o.timeoutSeconds + 5), true);
-  const std::optional<qipg::PaymentResponse> response = answer->record();
+  const qipg::Result<qipg::PaymentResponse> result = answer.get();
   client->shutdown();
-  if (!response) {
-    printError(std::cout, std::cerr, command, "Timeout",
-               "no answer within " + std::to_string(o.timeoutSeconds) + " s", o.json);
-    return kExitNetwork;
-  }
-  printRecord(std::cout, *response, o.json);
+  if (!result) return fail(command, result.error().kind, result.error().message, o.json);
+  printRecord(std::cout, result.value(), o.json);
   return std::cout.flush() ? kExitOk : kExitFailed;
 }
 
@@ -94,9 +123,11 @@ Command addManagement(CLI::App& app, Operation operation, const std::string& sum
       "Prints the record of the gateway's answer, one \"property: value\" line each\n"
       "(\"(absent)\" for an absent value), or one JSON object with --json (null for absent).\n"
       "A statusCode F is the gateway's verdict, with its reason in statusDescription.\n"
-      "Exit status: 0 a readable answer came back; 2 bad usage or input (nothing was sent);\n"
-      "3 no answer (network, time-out, TLS); 4 an answer that could not be read, or an HTTP\n"
-      "error. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard error, or with --json\n"
+      "Exit status: 0 a readable answer came back; 2 bad usage or input, or an unusable\n"
+      "configuration (nothing was sent); 3 no answer (Network, Timeout, Tls, Cancelled,\n"
+      "ShutDown); 4 an answer that could not be read (Unreadable) or an HTTP error (Http).\n"
+      "After a 3 or 4 from cancel or refund the operation may have been applied: check with\n"
+      "ipg status before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard error, or with --json\n"
       "as {\"error\": {\"kind\": ..., \"message\": ...}} on standard output.\n"
       "While a call waits longer than a second, a spinner shows on a terminal.");
   sub->add_option("--order", o->order, "order ID of the transaction")

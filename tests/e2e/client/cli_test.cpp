@@ -133,42 +133,51 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
   startSandbox({"--fault", "cancel=http500"});
   const std::string ref = pay("F1", "10.50");
   const std::string magicRef = pay("F2", "7.92");  // magic: its management answers are HTTP 500
+  const std::filesystem::path wrongKey = dir() / "wrong-key";
+  writeFile(wrongKey, "notTheMerchantsKey0123456789ABCD\n");
+  ::chmod(wrongKey.c_str(), 0600);
   struct Row {
-    std::string kind;  // set on status; empty: no fault
+    std::string fault;  // set on status first; empty: none
     std::vector<std::string> args;
     int exitCode;
-    std::string statusCode;
-    std::string statusDescription;
+    std::string verdict;  // the statusCode, or the error's kind
+    std::string text;     // the statusDescription or the error's message; empty: not checked
   };
   const std::vector<std::string> status = {"status", "--order", "F1", "--ref", ref};
-  const Row rows[] = {
+  const std::vector<Row> rows = {
       {"", status, 0, "S", "Captured"},
       {"", {"refund", "--order", "F1", "--ref", ref, "--amount", "2.50"}, 0, "S",
        "Refund of 2.50 INR accepted; 8.00 INR left to refund"},
-      {"", {"cancel", "--order", "F1", "--ref", ref}, 0, "F", ""},  // --fault cancel=http500
-      {"", {"status", "--order", "F2", "--ref", magicRef}, 0, "F", ""},
-      {"http500", status, 0, "F", ""},
-      {"garbage", status, 0, "F", ""},
-      {"close", status, 0, "F", ""},
-      {"wrong-key", status, 0, "F", ""},
+      {"", {"cancel", "--order", "F1", "--ref", ref}, 4, "Http", ""},  // --fault at the start
+      {"", {"status", "--order", "F2", "--ref", magicRef}, 4, "Http", ""},
+      {"", {"status", "--order", "F1", "--ref", ref, "--key-file", wrongKey.string()}, 4,
+       "Unreadable", "the answer could not be opened with this merchant key (wrong key?)"},
+      {"http500", status, 4, "Http", ""},
+      {"garbage", status, 4, "Unreadable", ""},
+      {"close", status, 3, "Network", ""},
+      {"wrong-key", status, 4, "Unreadable", ""},
+      {"hang", {"status", "--order", "F1", "--ref", ref, "--timeout", "1"}, 3, "Timeout", ""},
       {"delay=1200", status, 0, "R", "Partially refunded: 2.50 of 10.50 INR"},
       {"none", {"status", "--order", "NOPE", "--ref", "1"}, 0, "F", "Transaction not found"},
   };
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.kind + " " + row.args[0]);
-    if (!row.kind.empty()) {
-      const ProcessRun set = ipg({"sandbox", "fault", "status", row.kind});
+    SCOPED_TRACE(row.fault + " " + row.args[0] + " " + row.args[2]);
+    if (!row.fault.empty()) {
+      const ProcessRun set = ipg({"sandbox", "fault", "status", row.fault});
       ASSERT_EQ(set.exitCode, 0) << set.err;
-      EXPECT_EQ(set.out, "status: " + row.kind + "\n");
+      EXPECT_EQ(set.out, "status: " + row.fault + "\n");
     }
     std::vector<std::string> args = row.args;
     args.push_back("--json");
     const ProcessRun run = ipg(args);
     EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
-    const nlohmann::json record = nlohmann::json::parse(run.out, nullptr, false);
-    EXPECT_EQ(record.value("statusCode", ""), row.statusCode) << run.out;
-    if (!row.statusDescription.empty()) {
-      EXPECT_EQ(record.value("statusDescription", ""), row.statusDescription);
+    const nlohmann::json out = nlohmann::json::parse(run.out, nullptr, false);
+    const bool error = out.contains("error");
+    EXPECT_EQ((error ? out["error"] : out).value(error ? "kind" : "statusCode", ""), row.verdict)
+        << run.out;
+    if (!row.text.empty()) {
+      EXPECT_EQ((error ? out["error"] : out).value(error ? "message" : "statusDescription", ""),
+                row.text);
     }
   }
 }
@@ -196,7 +205,7 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
       if (cmdline.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     EXPECT_NE(cmdline.find("--no-window"), std::string::npos) << command[0] << " [" << cmdline << "]";
-    for (const std::string& secret : {"5555555555554444", "987", kKey.c_str()}) {
+    for (const std::string secret : {"5555555555554444", "987", kKey.c_str()}) {
       EXPECT_EQ(cmdline.find(secret), std::string::npos) << secret;
     }
   }
