@@ -187,9 +187,16 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
   const std::filesystem::path cardFile = dir() / "card";
   writeFile(cardFile, "5555555555554444\n1239\n987\nJane Doe\n");
   ::chmod(cardFile.c_str(), 0600);
+  for (const auto& [name, value] : {std::pair<const char*, const char*>{"QIPG_CARD_NUMBER", "5555555555554444"},
+                                    {"QIPG_CARD_EXPIRY", "1239"},
+                                    {"QIPG_CARD_CVV", "987"},
+                                    {"QIPG_CARD_HOLDER", "Jane Doe"}}) {
+    env_.push_back(std::make_unique<ScopedEnv>(name, value));
+  }
   const std::vector<std::vector<std::string>> commands = {
       {"--standard", "--order", "P1", "--test-card", "approve-mc"},
       {"--card", "--order", "P2", "--card-file", cardFile.string()},
+      {"--card", "--order", "P3"},  // from QIPG_CARD_*
   };
   std::vector<std::unique_ptr<Child>> payments;
   for (const auto& command : commands) {
