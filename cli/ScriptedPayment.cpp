@@ -3,10 +3,10 @@
 #include <curl/curl.h>
 
 #include <memory>
-#include <regex>
 #include <vector>
 
 #include "Credentials.h"
+#include "PageForm.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/WebviewController.h"
 
@@ -22,67 +22,11 @@ struct Page {
   std::string html;
 };
 
-struct Field {
-  std::string name;
-  std::string value;
-};
-
-struct Form {
-  std::string action;
-  std::vector<Field> fields;
-};
-
 std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) {
   auto* page = static_cast<std::string*>(out);
   if (page->size() + size * count > kLargestPage) return 0;
   page->append(data, size * count);
   return size * count;
-}
-
-std::string unescapeHtml(std::string text) {
-  static const std::pair<const char*, const char*> entities[] = {
-      {"&lt;", "<"}, {"&gt;", ">"}, {"&quot;", "\""}, {"&#39;", "'"}, {"&amp;", "&"}};
-  for (const auto& [entity, plain] : entities) {
-    for (std::size_t at = text.find(entity); at != std::string::npos;
-         at = text.find(entity, at + 1)) {
-      text.replace(at, std::char_traits<char>::length(entity), plain);
-    }
-  }
-  return text;
-}
-
-std::string attribute(const std::string& tag, const std::string& name) {
-  const std::regex pattern("\\b" + name + "=\"([^\"]*)\"", std::regex::icase);
-  std::smatch m;
-  return std::regex_search(tag, m, pattern) ? unescapeHtml(m[1].str()) : std::string();
-}
-
-// The first form of the page with its named inputs; absent when the page has none.
-std::optional<Form> firstForm(const std::string& html) {
-  static const std::regex formTag("<form\\b[^>]*>", std::regex::icase);
-  static const std::regex inputTag("<input\\b[^>]*>", std::regex::icase);
-  std::smatch m;
-  if (!std::regex_search(html, m, formTag)) return std::nullopt;
-  Form form{attribute(m.str(), "action"), {}};
-  const std::size_t end = html.find("</form>", static_cast<std::size_t>(m.position()));
-  const std::string body = html.substr(static_cast<std::size_t>(m.position()),
-                                       end == std::string::npos ? std::string::npos
-                                                                : end - m.position());
-  for (auto it = std::sregex_iterator(body.begin(), body.end(), inputTag);
-       it != std::sregex_iterator(); ++it) {
-    const std::string name = attribute(it->str(), "name");
-    if (!name.empty()) form.fields.push_back({name, attribute(it->str(), "value")});
-  }
-  return form;
-}
-
-// The text of the page's first paragraph, tags removed: the reason on the gateway's refusals.
-std::string firstParagraph(const std::string& html) {
-  static const std::regex paragraph("<p\\b[^>]*>([\\s\\S]*?)</p>", std::regex::icase);
-  static const std::regex tag("<[^>]*>");
-  std::smatch m;
-  if (!std::regex_search(html, m, paragraph)) return "no reason given";
-  return unescapeHtml(std::regex_replace(m[1].str(), tag, ""));
 }
 
 class Browser {
@@ -157,9 +101,10 @@ std::string resolve(const std::string& base, const std::string& action) {
 
 // The form's body as a browser encodes it, with the card filled in; absent when the form asks
 // for a card and there is none.
-std::optional<std::string> formBody(Browser& browser, const Form& form, const CardDetails* card) {
+std::optional<std::string> formBody(Browser& browser, const PageForm& form,
+                                    const CardDetails* card) {
   std::string body;
-  for (const Field& field : form.fields) {
+  for (const PageForm::Field& field : form.fields) {
     const std::string* value = &field.value;
     if (card != nullptr) {
       if (field.name == "cardNumber") value = &card->number;
@@ -209,10 +154,11 @@ std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& re
       }
       return qipg::CommonUtilities().getPaymentResponseFromString(result);
     }
-    const std::optional<Form> form = firstForm(page->html);
+    const std::optional<PageForm> form = firstForm(page->html);
     if (!form) {
+      const std::string reason = firstParagraph(page->html);
       error = "the gateway refused the payment (HTTP " + std::to_string(page->status) +
-              "): " + firstParagraph(page->html);
+              "): " + (reason.empty() ? "no reason given" : reason);
       return std::nullopt;
     }
     std::optional<std::string> body = formBody(browser, *form, card);
