@@ -440,7 +440,7 @@ Command addDemoCommand(CLI::App& app) {
       "qipg::Client); one input error, reported before anything is sent, and one call with a\n"
       "wrong merchant key, diagnosed. It prints one table of the records. It needs a\n"
       "display for the window (`make demo` runs it under Xvfb when there is none) and saves PNG\n"
-      "screenshots of the payment page and of the final page in the output directory.");
+      "screenshots of the payment page and of the final page in the output directory.\n");
   sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");
   return {sub, [out] { return runDemo(*out); }};
 }

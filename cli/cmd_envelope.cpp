@@ -163,7 +163,7 @@ Command addEnvelopeCommand(CLI::App& app) {
       "Seals a plain message the way the library seals a request, or opens an envelope text\n"
       "the way it opens a gateway's answer, for comparing with a gateway's logs. The IV is kept\n"
       "in a private temporary store for the run; the IV stored for other programs is left as\n"
-      "it is. The key ($QIPG_KEY, else --key-file) is never printed.");
+      "it is. The key ($QIPG_KEY, else --key-file) is never printed.\n");
   sub->require_subcommand(1);
   CLI::App* seal = sub->add_subcommand(
       "seal",

@@ -129,7 +129,7 @@ Command addManagement(CLI::App& app, Operation operation, const std::string& sum
       "After a 3 or 4 from cancel or refund the operation may have been applied: check with\n"
       "ipg status before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard error, or with --json\n"
       "as {\"error\": {\"kind\": ..., \"message\": ...}} on standard output.\n"
-      "While a call waits longer than a second, a spinner shows on a terminal.");
+      "While a call waits longer than a second, a spinner shows on a terminal.\n");
   sub->add_option("--order", o->order, "order ID of the transaction")
       ->required()
       ->check(kNotAnOption);

@@ -283,7 +283,7 @@ Command addPayCommand(CLI::App& app) {
       "body: the sealed message and the MID). The final page's record is printed, one\n"
       "\"property: value\" line each or one JSON object with --json, and ipg exits 0; a\n"
       "statusCode F is the gateway's verdict. When the library refuses the input, its message\n"
-      "is printed and ipg exits 2; a cancelled window or an unreachable page exits 1.");
+      "is printed and ipg exits 2; a cancelled window or an unreachable page exits 1.\n");
   auto* standard = sub->add_flag("--standard", o->standard,
                                  "standard payment: the customer enters the card on the\n"
                                  "gateway's card form");

@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
       "Exit status: 0 when the command did its work (a management call got a readable answer,\n"
       "whatever its statusCode), 1 when it could not, 2 for bad usage or input, 3 when no answer\n"
       "came (network, time-out, TLS), 4 for an answer that could not be read or an HTTP error.\n"
-      "Run `ipg COMMAND --help` for a command's options.");
+      "Run `ipg COMMAND --help` for a command's options.\n");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -113,6 +113,12 @@ TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
   EXPECT_EQ(ready["mid"], kMID);
   EXPECT_EQ(ready["baseURL"], "https://127.0.0.1:" + std::to_string(ready["port"].get<int>()) + "/ipg/");
   EXPECT_EQ(ready["caFile"], (dir() / "xdg/qipg/sandbox/ca.pem").string());
+  Child printEnv({program("ipg-sandbox"), "--port", "0", "--print-env", "--data-dir",
+                  (dir() / "other").string()});
+  for (const std::string& variable : std::vector<std::string>{"QIPG_TEST_BASE_URL='https://127.0.0.1:", "QIPG_CA_FILE='",
+                                     "QIPG_MID='QIPGTEST0001'", "QIPG_KEY='" + kKey}) {
+    EXPECT_EQ(printEnv.line().rfind("export " + variable, 0), 0u) << variable;
+  }
   int order = 0;
   for (const qipg::sandbox::TestCard& card : qipg::sandbox::testCards()) {
     for (const char* flow : {"--standard", "--card"}) {

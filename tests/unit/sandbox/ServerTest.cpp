@@ -89,6 +89,19 @@ TEST_F(Server, FaultsSpoilTheirEndpointOnlyAndStopReleasesAHeldRequest) {
   sandbox_->clearFaults();
   EXPECT_EQ(status("O").statusDescription(), "Transaction not found");
 
+  // The admin endpoint sets faults for the holder of the data directory's token only.
+  httplib::SSLClient admin("127.0.0.1", sandbox_->port());
+  admin.set_ca_cert_path(sandbox_->caFile().c_str());
+  const httplib::Params form = {{"endpoint", "status"}, {"kind", "http500"}};
+  for (const std::string& token :
+       std::vector<std::string>{"", "0123", readFile(adminTokenFile(sandbox_->dataDir()))}) {
+    const auto res = admin.Post("/sandbox/fault", {{"X-Sandbox-Token", token.substr(0, token.find('\n'))}}, form);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, token.size() > 4 ? 200 : 403);
+  }
+  EXPECT_EQ(post("getTransactionStatus", body).status, 500);
+  sandbox_->clearFaults();
+
   sandbox_->setFault(Endpoint::kStatus, Fault::kHang);
   HttpAnswer answer;
   std::atomic<bool> done{false};
