@@ -7,7 +7,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-
 #include <functional>
 #include <string>
 #include <string_view>
@@ -16,15 +15,15 @@
 namespace ipg {
 
 // Exit codes shared by the commands.
-inline constexpr int kExitOk = 0;           // done; a readable answer came back
-inline constexpr int kExitFailed = 1;       // the command could not do its work
-inline constexpr int kExitUsage = 2;        // bad usage or input
-inline constexpr int kExitNetwork = 3;      // no answer: network, time-out, TLS, cancelled
-inline constexpr int kExitUnreadable = 4;   // an answer that could not be read, or HTTP error
+inline constexpr int kExitOk = 0;          // done; a readable answer came back
+inline constexpr int kExitFailed = 1;      // the command could not do its work
+inline constexpr int kExitUsage = 2;       // bad usage or input
+inline constexpr int kExitNetwork = 3;     // no answer: network, time-out, TLS, cancelled
+inline constexpr int kExitUnreadable = 4;  // an answer that could not be read, or HTTP error
 
 struct Command {
-  CLI::App* app = nullptr;      // the subcommand
-  std::function<int()> run;     // runs it once parsed
+  CLI::App* app = nullptr;   // the subcommand
+  std::function<int()> run;  // runs it once parsed
 };
 
 Command addPayCommand(CLI::App& app);

@@ -7,7 +7,6 @@
 namespace ipg {
 namespace {
 
-
 std::string lowerCase(std::string_view text) {
   std::string out(text);
   std::transform(out.begin(), out.end(), out.begin(),
@@ -78,7 +77,8 @@ std::optional<PageForm> firstForm(std::string_view html) {
     const std::string_view tag = html.substr(at, end - at);
     const std::string_view lowerTag = std::string_view(lower).substr(at, end - at);
     std::string name = attribute(tag, lowerTag, "name");
-    if (!name.empty()) result.fields.push_back({std::move(name), attribute(tag, lowerTag, "value")});
+    if (!name.empty())
+      result.fields.push_back({std::move(name), attribute(tag, lowerTag, "value")});
   }
   return result;
 }

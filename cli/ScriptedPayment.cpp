@@ -141,7 +141,8 @@ std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& re
   }
   const auto controller = qipg::WebviewController::create(config);
   std::vector<std::string> headers;
-  for (const auto& [name, value] : request.allHTTPHeaderFields) headers.push_back(name + ": " + value);
+  for (const auto& [name, value] : request.allHTTPHeaderFields)
+    headers.push_back(name + ": " + value);
   headers.push_back("Expect:");
   std::optional<Page> page = browser.post(*request.url, request.bodyText(), headers, error);
   for (int step = 0; page && step < kMostPages; ++step) {
@@ -163,8 +164,9 @@ std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& re
     }
     std::optional<std::string> body = formBody(browser, *form, card);
     if (!body) {
-      error = "the card form needs a card: give --test-card, --card-file, --card-stdin or "
-              "QIPG_CARD_*";
+      error =
+          "the card form needs a card: give --test-card, --card-file, --card-stdin or "
+          "QIPG_CARD_*";
       return std::nullopt;
     }
     const std::string action = resolve(page->url, form->action);

@@ -82,9 +82,9 @@ class Tour {
                             "Cancel of the second payment",
                             "An input error",
                             "A status inquiry with the wrong merchant key"};
-    bool (Tour::*steps[])() = {&Tour::startSandbox,   &Tour::createClient, &Tour::standardPayment,
-                               &Tour::finalPageShot,  &Tour::cardPayment,  &Tour::status,
-                               &Tour::refund,         &Tour::cancel,       &Tour::inputError,
+    bool (Tour::*steps[])() = {&Tour::startSandbox,  &Tour::createClient, &Tour::standardPayment,
+                               &Tour::finalPageShot, &Tour::cardPayment,  &Tour::status,
+                               &Tour::refund,        &Tour::cancel,       &Tour::inputError,
                                &Tour::wrongKey};
     int failed = 0;
     for (std::size_t i = 0; i < std::size(steps); ++i) {
@@ -141,9 +141,9 @@ class Tour {
     const qipg::Text opened = qipg::decryptTextWithDecryptionKey(sealed, std::string(key()));
     std::cout << "   base URL " << client_->CurrentDomainURL() << ", IV stored under \"randomIV\": "
               << orEmpty(qipg::CommonUtilities::getRandomIVforKey(std::string("randomIV")))
-              << "\n   sealed a " << message.size() << "-byte message into "
-              << sealed.size() << " characters; opened again: "
-              << (opened == message ? "identical" : "DIFFERENT") << "\n";
+              << "\n   sealed a " << message.size() << "-byte message into " << sealed.size()
+              << " characters; opened again: " << (opened == message ? "identical" : "DIFFERENT")
+              << "\n";
     return opened == message;
   }
 
@@ -201,30 +201,34 @@ class Tour {
   bool standardPayment() {
     orderA_ = "DEMO" + std::to_string(std::time(nullptr)) + "A";
     std::string failure;
-    auto failed = qipg::makeResponseDelegate(nullptr, nullptr,
-                                             [&](const std::string& m) { failure = m; });
-    const auto request = client_->getStandardPaymentRequest(
-        orderA_, "1500.00", "INR", "Demo order", 1, "", "", "", "", "", "", "", "", "", "",
-        mid(), key(), failed);
+    auto failed =
+        qipg::makeResponseDelegate(nullptr, nullptr, [&](const std::string& m) { failure = m; });
+    const auto request =
+        client_->getStandardPaymentRequest(orderA_, "1500.00", "INR", "Demo order", 1, "", "", "",
+                                           "", "", "", "", "", "", "", mid(), key(), failed);
     if (!request) {
       std::cout << "   " << failure << "\n";
       return false;
     }
     const std::string cardForm = client_->CurrentDomainURL() + "doMEPayRequest";
-    const auto record = pay(*request, [&](qipg::PaymentWindow& window, const std::string& uri) {
-      if (uri != cardForm) return;
-      // Keep the session token (the final page is shown again with it), take the picture of
-      // the empty card form, then fill in the test card and pay.
-      window.runJavaScript("document.querySelector('input[name=token]').value",
-                           [this](const qipg::Text& token) { token_ = token; });
-      const std::string fill =
-          "(() => { const set = (id, v) => { document.getElementById(id).value = v; };"
-          "set('cardNumber', '" + std::string(kApprovedCard) + "'); set('expiry', '" +
-          futureExpiry() + "'); set('cvv', '123'); set('holder', 'Jane Doe');"
-          "document.querySelector('form').requestSubmit(); })()";
-      qipg::PaymentWindow* shown = &window;  // alive while pay() waits
-      screenshot(window, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
-    }, "Payment");
+    const auto record = pay(
+        *request,
+        [&](qipg::PaymentWindow& window, const std::string& uri) {
+          if (uri != cardForm) return;
+          // Keep the session token (the final page is shown again with it), take the picture of
+          // the empty card form, then fill in the test card and pay.
+          window.runJavaScript("document.querySelector('input[name=token]').value",
+                               [this](const qipg::Text& token) { token_ = token; });
+          const std::string fill =
+              "(() => { const set = (id, v) => { document.getElementById(id).value = v; };"
+              "set('cardNumber', '" +
+              std::string(kApprovedCard) + "'); set('expiry', '" + futureExpiry() +
+              "'); set('cvv', '123'); set('holder', 'Jane Doe');"
+              "document.querySelector('form').requestSubmit(); })()";
+          qipg::PaymentWindow* shown = &window;  // alive while pay() waits
+          screenshot(window, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
+        },
+        "Payment");
     if (!record) return false;
     rows_.push_back(rowOf("standard payment", *record,
                           "ref " + orEmpty(record->transactionReferenceNo()) + ", card " +
@@ -253,8 +257,8 @@ class Tour {
         screenshot(*window, "final-page.png", [&shot] { shot = true; });
       }
     };
-    window = qipg::presentPaymentWindow(request, qipg::makePaymentControllerDelegate(nullptr),
-                                        options);
+    window =
+        qipg::presentPaymentWindow(request, qipg::makePaymentControllerDelegate(nullptr), options);
     if (!window) return false;
     const bool ok = spinUntil([&] { return shot; }, 30);
     window->pressCancel();
@@ -265,19 +269,23 @@ class Tour {
   bool cardPayment() {
     orderB_ = "DEMO" + std::to_string(std::time(nullptr)) + "B";
     std::string failure;
-    auto failed = qipg::makeResponseDelegate(nullptr, nullptr,
-                                             [&](const std::string& m) { failure = m; });
+    auto failed =
+        qipg::makeResponseDelegate(nullptr, nullptr, [&](const std::string& m) { failure = m; });
     const auto request = client_->getCardCapturePaymentRequest(
-        orderB_, "250.00", "INR", "Demo booking", 0, "Jane Doe", kSecondCard, futureExpiry(),
-        "123", 0, "", "", "", "", "", "", "", "", "", "", mid(), key(), failed);
+        orderB_, "250.00", "INR", "Demo booking", 0, "Jane Doe", kSecondCard, futureExpiry(), "123",
+        0, "", "", "", "", "", "", "", "", "", "", mid(), key(), failed);
     if (!request) {
       std::cout << "   " << failure << "\n";
       return false;
     }
     const std::string confirmation = client_->CurrentDomainURL() + "doMEPayRequestCard";
-    const auto record = pay(*request, [&](qipg::PaymentWindow& window, const std::string& uri) {
-      if (uri == confirmation) window.runJavaScript("document.querySelector('form').requestSubmit()");
-    }, "Card payment");
+    const auto record = pay(
+        *request,
+        [&](qipg::PaymentWindow& window, const std::string& uri) {
+          if (uri == confirmation)
+            window.runJavaScript("document.querySelector('form').requestSubmit()");
+        },
+        "Card payment");
     if (!record) return false;
     rows_.push_back(rowOf("card-capture payment", *record,
                           "ref " + orEmpty(record->transactionReferenceNo()) + ", card " +
@@ -319,19 +327,19 @@ class Tour {
               "status inquiry", orderA_);
     if (!record) return false;
     const auto& r = *record;
-    rows_.push_back(rowOf("status inquiry", r,
-                          "amount " + orEmpty(r.amount()) + ", captured " +
-                              orEmpty(r.captureStatus())));
+    rows_.push_back(
+        rowOf("status inquiry", r,
+              "amount " + orEmpty(r.amount()) + ", captured " + orEmpty(r.captureStatus())));
     return r.statusCode() != "F";
   }
 
   bool refund() {
     const auto client = manager(key());
     if (!client) return false;
-    const auto record = await(client->refund({.orderID = orderA_,
-                                              .transactionRefNumber = orEmpty(refA_),
-                                              .amount = "500.00"}),
-                              "partial refund", orderA_);
+    const auto record =
+        await(client->refund(
+                  {.orderID = orderA_, .transactionRefNumber = orEmpty(refA_), .amount = "500.00"}),
+              "partial refund", orderA_);
     if (!record) return false;
     const auto& r = *record;
     rows_.push_back(rowOf("partial refund", r, "refunded " + orEmpty(r.refundAmount())));
@@ -353,17 +361,17 @@ class Tour {
   bool inputError() {
     // A hyphen is not allowed in an order id: the client answers at once, sending nothing.
     const auto client = manager(key());
-    return client && !await(client->status({.orderID = "ORDER-1",
-                                             .transactionRefNumber = orEmpty(refA_)}),
-                            "status (bad order id)", "ORDER-1");
+    return client &&
+           !await(client->status({.orderID = "ORDER-1", .transactionRefNumber = orEmpty(refA_)}),
+                  "status (bad order id)", "ORDER-1");
   }
 
   bool wrongKey() {
     // The sandbox cannot open the request, and its sealed refusal does not open with this key.
     const auto client = manager("notTheMerchantsKey0123456789ABCD");
-    return client && !await(client->status({.orderID = orderA_,
-                                             .transactionRefNumber = orEmpty(refA_)}),
-                            "status (wrong key)", orderA_);
+    return client &&
+           !await(client->status({.orderID = orderA_, .transactionRefNumber = orEmpty(refA_)}),
+                  "status (wrong key)", orderA_);
   }
 
   void printTable() const {
@@ -380,7 +388,8 @@ class Tour {
     }
     const auto line = [&](const std::vector<std::string>& c) {
       std::cout << "|";
-      for (int i = 0; i < 5; ++i) std::cout << " " << std::left << std::setw(widths[i]) << c[i] << " |";
+      for (int i = 0; i < 5; ++i)
+        std::cout << " " << std::left << std::setw(widths[i]) << c[i] << " |";
       std::cout << "\n";
     };
     std::cout << "\n";
@@ -429,7 +438,8 @@ int runDemo(const std::string&) {
 
 Command addDemoCommand(CLI::App& app) {
   auto out = std::make_shared<std::string>("demo-output");
-  CLI::App* sub = app.add_subcommand("demo", "the tour: five operations end to end against a sandbox");
+  CLI::App* sub =
+      app.add_subcommand("demo", "the tour: five operations end to end against a sandbox");
   sub->footer(
       "The tour of the library against a sandbox gateway started inside this process (nothing\n"
       "leaves this machine, and your own stored IV is not touched: the demo keeps its user\n"

@@ -6,13 +6,13 @@
 #include <filesystem>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
 
 #include "Command.h"
 #include "Credentials.h"
-#include <memory>
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 
@@ -175,7 +175,8 @@ Command addEnvelopeCommand(CLI::App& app) {
       "plain text, or exit 1 with \"cannot open: not Base64\" or \"cannot open: wrong key or\n"
       "IV, or damaged text\". A wrong IV spoils only the first 16 bytes of a longer message");
   for (CLI::App* mode : {seal, open}) {
-    mode->add_option("--key-file", o->key.keyFile, "file with the key on its first line (owner-only)");
+    mode->add_option("--key-file", o->key.keyFile,
+                     "file with the key on its first line (owner-only)");
     mode->add_option("--key", o->key.key, "the key (discouraged: visible in the process list)");
     auto* env = mode->add_option("--env", o->env, "use that gateway's built-in IV (default test)")
                     ->check(CLI::IsMember({"test", "production"}));

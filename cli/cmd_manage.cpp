@@ -58,8 +58,7 @@ int exitCodeOf(qipg::ErrorKind kind) {
   return kExitNetwork;
 }
 
-int fail(const std::string& command, qipg::ErrorKind kind, const std::string& message,
-         bool json) {
+int fail(const std::string& command, qipg::ErrorKind kind, const std::string& message, bool json) {
   printError(std::cout, std::cerr, command, std::string(qipg::errorKindName(kind)), message, json);
   return exitCodeOf(kind);
 }
@@ -94,16 +93,15 @@ int runManagement(const ManageOptions& o, Operation operation) {
       answer = client->cancel({.orderID = o.order, .transactionRefNumber = o.ref});
       break;
     case Operation::kRefund:
-      answer = client->refund(
-          {.orderID = o.order, .transactionRefNumber = o.ref, .amount = o.amount});
+      answer =
+          client->refund({.orderID = o.order, .transactionRefNumber = o.ref, .amount = o.amount});
       break;
   }
   {
     // The client ends the call at the time limit; past it (and a grace), shutting the client
     // down completes the call.
     Spinner spinner;
-    const auto end =
-        std::chrono::steady_clock::now() + std::chrono::seconds(o.timeoutSeconds + 5);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.timeoutSeconds + 5);
     while (answer.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
       if (std::chrono::steady_clock::now() > end) client->shutdown();
       spinner.tick();
@@ -127,7 +125,8 @@ Command addManagement(CLI::App& app, Operation operation, const std::string& sum
       "configuration (nothing was sent); 3 no answer (Network, Timeout, Tls, Cancelled,\n"
       "ShutDown); 4 an answer that could not be read (Unreadable) or an HTTP error (Http).\n"
       "After a 3 or 4 from cancel or refund the operation may have been applied: check with\n"
-      "ipg status before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard error, or with --json\n"
+      "ipg status before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard "
+      "error, or with --json\n"
       "as {\"error\": {\"kind\": ..., \"message\": ...}} on standard output.\n"
       "While a call waits longer than a second, a spinner shows on a terminal.\n");
   sub->add_option("--order", o->order, "order ID of the transaction")

@@ -88,7 +88,8 @@ std::optional<Failure> readCard(const PayOptions& o, const Gateway& gateway,
     const qipg::sandbox::TestCard* named = qipg::sandbox::findTestCard(o.testCard);
     if (named == nullptr) {
       std::string names;
-      for (const auto& c : qipg::sandbox::testCards()) names += std::string(names.empty() ? "" : ", ") + c.name;
+      for (const auto& c : qipg::sandbox::testCards())
+        names += std::string(names.empty() ? "" : ", ") + c.name;
       return Failure{"no test card \"" + o.testCard + "\" (" + names + ")", kExitUsage};
     }
     if (!isLoopbackURL(gateway.baseURL)) {
@@ -144,13 +145,12 @@ std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway&
     const std::uint64_t paymentType = o.paymentType == "credit" ? 0 : 1;
     request = client->getCardCapturePaymentRequest(
         o.order, o.amount, o.currency, o.description, type, card->holder, card->number,
-        card->expiry, card->cvv, paymentType, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7],
-        a[8], a[9], credentials.mid, credentials.key, recorder);
+        card->expiry, card->cvv, paymentType, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8],
+        a[9], credentials.mid, credentials.key, recorder);
   } else {
-    request = client->getStandardPaymentRequest(o.order, o.amount, o.currency, o.description,
-                                                type, a[0], a[1], a[2], a[3], a[4], a[5], a[6],
-                                                a[7], a[8], a[9], credentials.mid,
-                                                credentials.key, recorder);
+    request = client->getStandardPaymentRequest(
+        o.order, o.amount, o.currency, o.description, type, a[0], a[1], a[2], a[3], a[4], a[5],
+        a[6], a[7], a[8], a[9], credentials.mid, credentials.key, recorder);
   }
   if (!request) failure = {recorder->message().value_or("the library returned no request"), 2};
   return request;
@@ -308,24 +308,30 @@ Command addPayCommand(CLI::App& app) {
                     i == 0 ? "additional fields 1 to 10 (default empty)" : "")
         ->group(i == 0 ? "Options" : "");
   }
-  auto* testCard = sub->add_option(
-      "--test-card", o->testCard,
-      "a sandbox test card by name: approve, approve-mc, decline, gateway-error, unknown,\n"
-      "invalid-number, expired (a loopback gateway only)")->group("Card");
+  auto* testCard =
+      sub->add_option(
+             "--test-card", o->testCard,
+             "a sandbox test card by name: approve, approve-mc, decline, gateway-error, unknown,\n"
+             "invalid-number, expired (a loopback gateway only)")
+          ->group("Card");
   auto* cardFile = sub->add_option("--card-file", o->cardFile,
                                    "file with number, expiry (MMYY), CVV and holder name, one\n"
-                                   "a line; must be owner-only (chmod 600)")->group("Card");
+                                   "a line; must be owner-only (chmod 600)")
+                       ->group("Card");
   auto* cardStdin = sub->add_flag("--card-stdin", o->cardStdin,
                                   "read those four lines from standard input. Else the card\n"
                                   "comes from QIPG_CARD_NUMBER, QIPG_CARD_EXPIRY,\n"
-                                  "QIPG_CARD_CVV and QIPG_CARD_HOLDER")->group("Card");
+                                  "QIPG_CARD_CVV and QIPG_CARD_HOLDER")
+                        ->group("Card");
   testCard->excludes(cardFile)->excludes(cardStdin);
   cardFile->excludes(cardStdin);
   auto* noWindow = sub->add_flag("--no-window", o->noWindow,
                                  "complete the payment over HTTPS without a window, with the\n"
-                                 "card given (a sandbox on this machine only)")->group("Output");
-  auto* print = sub->add_flag("--print-request", o->printRequest,
-                              "print the request instead of paying")->group("Output");
+                                 "card given (a sandbox on this machine only)")
+                       ->group("Output");
+  auto* print =
+      sub->add_flag("--print-request", o->printRequest, "print the request instead of paying")
+          ->group("Output");
   noWindow->excludes(print);
   sub->add_flag("--json", o->json, "print the record or request as one JSON object")
       ->group("Output");

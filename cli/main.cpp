@@ -8,15 +8,17 @@ namespace ipg {
 
 std::string maskCardNumber(std::string_view cardNumber) {
   if (cardNumber.size() <= 4) return std::string(cardNumber.size(), '*');
-  return std::string(cardNumber.size() - 4, '*') + std::string(cardNumber.substr(cardNumber.size() - 4));
+  return std::string(cardNumber.size() - 4, '*') +
+         std::string(cardNumber.substr(cardNumber.size() - 4));
 }
 
 }  // namespace ipg
 
 int main(int argc, char** argv) {
-  CLI::App app("Quandrel IPG command-line tool: payments, management calls and a local sandbox\n"
-               "gateway for merchant developers.",
-               "ipg");
+  CLI::App app(
+      "Quandrel IPG command-line tool: payments, management calls and a local sandbox\n"
+      "gateway for merchant developers.",
+      "ipg");
   app.set_version_flag("--version", "ipg " QIPG_VERSION_STRING);
   app.require_subcommand(1);
   std::vector<ipg::Command> commands = ipg::addManagementCommands(app);

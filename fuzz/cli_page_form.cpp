@@ -14,12 +14,23 @@ std::string escaped(const std::string& text) {
   std::string out;
   for (char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&#39;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -43,11 +54,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   if (name.empty()) return 0;
   const std::string written = "<p>x</p><form method=\"post\" action=\"" + escaped(action) +
-                              "\"><input type=\"hidden\" name=\"" + escaped(name) +
-                              "\" value=\"" + escaped(value) + "\"></form>";
+                              "\"><input type=\"hidden\" name=\"" + escaped(name) + "\" value=\"" +
+                              escaped(value) + "\"></form>";
   const auto form = ipg::firstForm(written);
-  if (!form || form->action != action || form->fields.size() != 1 ||
-      form->fields[0].name != name || form->fields[0].value != value) {
+  if (!form || form->action != action || form->fields.size() != 1 || form->fields[0].name != name ||
+      form->fields[0].value != value) {
     std::abort();
   }
   return 0;

@@ -94,10 +94,10 @@ int runSandbox(Settings& s, std::ostream& out, std::ostream& err, const std::str
     Start start{};
     std::string error;
     if (equals == std::string::npos ||
-        !parseFault(text.substr(0, equals), text.substr(equals + 1), &start.endpoint,
-                    &start.fault, &start.delay, &error)) {
-      err << program << ": --fault: "
-          << (equals == std::string::npos ? "takes ENDPOINT=KIND" : error) << "\n";
+        !parseFault(text.substr(0, equals), text.substr(equals + 1), &start.endpoint, &start.fault,
+                    &start.delay, &error)) {
+      err << program
+          << ": --fault: " << (equals == std::string::npos ? "takes ENDPOINT=KIND" : error) << "\n";
       return 2;
     }
     faults.push_back(start);
@@ -138,11 +138,12 @@ int runSandbox(Settings& s, std::ostream& out, std::ostream& err, const std::str
 
   if (s.readyJson) {
     const nlohmann::ordered_json ready = {{"baseURL", sandbox->baseURL()},
-                                  {"caFile", sandbox->caFile()},
-                                  {"mid", kTestMerchantId},
-                                  {"port", sandbox->port()},
-                                  {"dataDir", sandbox->dataDir()}};
-    out << ready.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << std::endl;
+                                          {"caFile", sandbox->caFile()},
+                                          {"mid", kTestMerchantId},
+                                          {"port", sandbox->port()},
+                                          {"dataDir", sandbox->dataDir()}};
+    out << ready.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+        << std::endl;
   } else if (s.printEnv) {
     out << "export QIPG_TEST_BASE_URL=" << shellQuoted(sandbox->baseURL()) << "\n"
         << "export QIPG_CA_FILE=" << shellQuoted(sandbox->caFile()) << "\n"
@@ -204,18 +205,20 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
                "once listening, print export lines for QIPG_TEST_BASE_URL, QIPG_CA_FILE,\n"
                "QIPG_MID and QIPG_KEY (the test merchant's)")
       ->excludes(ready);
-  app.add_option("--fault", s->faults,
-                 "spoil every answer of an endpoint from the start (repeatable). ENDPOINT: status,\n"
-                 "cancel, refund, pay, pay-card, invoice. KIND: http500, garbage, not-utf8, huge,\n"
-                 "hang, delay=MS, close, wrong-key, none")
+  app.add_option(
+         "--fault", s->faults,
+         "spoil every answer of an endpoint from the start (repeatable). ENDPOINT: status,\n"
+         "cancel, refund, pay, pay-card, invoice. KIND: http500, garbage, not-utf8, huge,\n"
+         "hang, delay=MS, close, wrong-key, none")
       ->type_name("ENDPOINT=KIND");
 
   CLI::App* fault = app.add_subcommand(
       "fault", "set a fault on the sandbox running in the data directory (KIND none lifts it)");
   fault->add_option("endpoint", s->faultEndpoint, "status, cancel, refund, pay, pay-card, invoice")
       ->required();
-  fault->add_option("kind", s->faultKind,
-                    "http500, garbage, not-utf8, huge, hang, delay=MS, close, wrong-key, none")
+  fault
+      ->add_option("kind", s->faultKind,
+                   "http500, garbage, not-utf8, huge, hang, delay=MS, close, wrong-key, none")
       ->required();
   fault->add_option("--data-dir", s->options.dataDir, "the running sandbox's data directory");
   app.require_subcommand(0, 1);

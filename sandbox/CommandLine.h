@@ -5,7 +5,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-
 #include <functional>
 #include <ostream>
 #include <string>

@@ -307,8 +307,11 @@ namespace {
 // empty) and the 16-field answer made from them.
 struct OperationAnswer {
   explicit OperationAnswer(const std::vector<std::string>& slots)
-      : mid(slots[0]), orderId(slotValue(slots[1])), ref(slotValue(slots[2])),
-        amount(slotValue(slots[3])), f(16) {
+      : mid(slots[0]),
+        orderId(slotValue(slots[1])),
+        ref(slotValue(slots[2])),
+        amount(slotValue(slots[3])),
+        f(16) {
     f[0] = ref;
     f[1] = orderId;
     for (std::size_t i = 0; i < 10; ++i) f[6 + i] = slotValue(slots[4 + i]);

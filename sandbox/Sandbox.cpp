@@ -163,9 +163,9 @@ struct Sandbox::Impl {
             [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
         return;
       case Fault::kWrongKey:
-        res.set_content(internal::sealEnvelope(
-                            "||||||||||F|Sealed with another key|||||||||||", kWrongKey, iv),
-                        "text/plain; charset=utf-8");
+        res.set_content(
+            internal::sealEnvelope("||||||||||F|Sealed with another key|||||||||||", kWrongKey, iv),
+            "text/plain; charset=utf-8");
         return;
       case Fault::kNone:
       case Fault::kHang:
@@ -176,29 +176,29 @@ struct Sandbox::Impl {
 
   void route(const std::string& name, Endpoint endpoint,
              Reply (Gateway::*handler)(const std::string&)) {
-    server->Post(std::string(internal::kBasePath) + name,
-                 [this, endpoint, handler](const httplib::Request& req, httplib::Response& res) {
-                   const Fault f = fault(endpoint);
-                   if (f == Fault::kHang && !hold(endpoint, res)) return;
-                   if (f == Fault::kDelay &&
-                       !pause(std::chrono::milliseconds(
-                                  delaysMs[static_cast<std::size_t>(endpoint)].load()),
-                              res)) {
-                     return;
-                   }
-                   if (f != Fault::kNone && f != Fault::kHang && f != Fault::kDelay) {
-                     spoil(f, res);
-                     return;
-                   }
-                   Reply reply = (gateway.get()->*handler)(req.body);
-                   if (reply.fault == Fault::kDelay && !pause(kMagicDelay, res)) return;
-                   if (reply.fault != Fault::kNone && reply.fault != Fault::kDelay) {
-                     spoil(reply.fault, res);
-                     return;
-                   }
-                   res.status = reply.status;
-                   res.set_content(std::move(reply.body), reply.contentType);
-                 });
+    server->Post(
+        std::string(internal::kBasePath) + name,
+        [this, endpoint, handler](const httplib::Request& req, httplib::Response& res) {
+          const Fault f = fault(endpoint);
+          if (f == Fault::kHang && !hold(endpoint, res)) return;
+          if (f == Fault::kDelay &&
+              !pause(std::chrono::milliseconds(delaysMs[static_cast<std::size_t>(endpoint)].load()),
+                     res)) {
+            return;
+          }
+          if (f != Fault::kNone && f != Fault::kHang && f != Fault::kDelay) {
+            spoil(f, res);
+            return;
+          }
+          Reply reply = (gateway.get()->*handler)(req.body);
+          if (reply.fault == Fault::kDelay && !pause(kMagicDelay, res)) return;
+          if (reply.fault != Fault::kNone && reply.fault != Fault::kDelay) {
+            spoil(reply.fault, res);
+            return;
+          }
+          res.status = reply.status;
+          res.set_content(std::move(reply.body), reply.contentType);
+        });
   }
 
   // POST /sandbox/fault, form fields endpoint and kind: sets a fault from outside the process.
@@ -434,13 +434,16 @@ std::optional<TransactionInfo> Sandbox::transaction(const std::string& mid,
 bool parseFault(const std::string& endpointName, const std::string& kind, Endpoint* endpoint,
                 Fault* fault, std::chrono::milliseconds* delay, std::string* error) {
   static const std::pair<const char*, Endpoint> endpoints[] = {
-      {"status", Endpoint::kStatus},         {"cancel", Endpoint::kCancel},
-      {"refund", Endpoint::kRefund},         {"pay", Endpoint::kPaymentPage},
-      {"pay-card", Endpoint::kCardPaymentPage}, {"invoice", Endpoint::kPaymentInvoice}};
+      {"status", Endpoint::kStatus},
+      {"cancel", Endpoint::kCancel},
+      {"refund", Endpoint::kRefund},
+      {"pay", Endpoint::kPaymentPage},
+      {"pay-card", Endpoint::kCardPaymentPage},
+      {"invoice", Endpoint::kPaymentInvoice}};
   static const std::pair<const char*, Fault> kinds[] = {
-      {"none", Fault::kNone},   {"http500", Fault::kHttp500}, {"garbage", Fault::kGarbage},
-      {"not-utf8", Fault::kNotUtf8}, {"huge", Fault::kHuge}, {"hang", Fault::kHang},
-      {"close", Fault::kClose}, {"wrong-key", Fault::kWrongKey}};
+      {"none", Fault::kNone},        {"http500", Fault::kHttp500},   {"garbage", Fault::kGarbage},
+      {"not-utf8", Fault::kNotUtf8}, {"huge", Fault::kHuge},         {"hang", Fault::kHang},
+      {"close", Fault::kClose},      {"wrong-key", Fault::kWrongKey}};
   const auto named = std::find_if(std::begin(endpoints), std::end(endpoints),
                                   [&](const auto& e) { return endpointName == e.first; });
   if (named == std::end(endpoints)) {

@@ -62,23 +62,23 @@ enum class Endpoint {
 };
 
 enum class Fault {
-  kNone,     // answer normally
-  kHttp500,  // an HTTP 500 HTML page
-  kGarbage,  // HTTP 200 with a text that is no envelope
-  kNotUtf8,  // HTTP 200 with bytes that are not UTF-8
-  kHuge,     // HTTP 200 with 5 MiB of text
-  kHang,     // never answer: the request is held until stop() or until the fault is lifted
-  kDelay,    // answer normally after the fault's delay
-  kClose,    // send the headers, then close the connection before the body
-  kWrongKey, // HTTP 200 with an answer sealed with a key that is not the merchant's
+  kNone,      // answer normally
+  kHttp500,   // an HTTP 500 HTML page
+  kGarbage,   // HTTP 200 with a text that is no envelope
+  kNotUtf8,   // HTTP 200 with bytes that are not UTF-8
+  kHuge,      // HTTP 200 with 5 MiB of text
+  kHang,      // never answer: the request is held until stop() or until the fault is lifted
+  kDelay,     // answer normally after the fault's delay
+  kClose,     // send the headers, then close the connection before the body
+  kWrongKey,  // HTTP 200 with an answer sealed with a key that is not the merchant's
 };
 
 // Amounts whose hundredths pick a fault for one transaction's management answers (status,
 // cancel and refund of a payment of that amount, and a refund of that amount). The operation
 // itself is carried out; only its answer is spoiled.
-inline constexpr int kMagicDelayCents = 91;      // answered after kMagicDelay
-inline constexpr int kMagicHttp500Cents = 92;    // HTTP 500
-inline constexpr int kMagicCloseCents = 93;      // connection closed before the answer
+inline constexpr int kMagicDelayCents = 91;    // answered after kMagicDelay
+inline constexpr int kMagicHttp500Cents = 92;  // HTTP 500
+inline constexpr int kMagicCloseCents = 93;    // connection closed before the answer
 inline constexpr std::chrono::milliseconds kMagicDelay{3000};
 
 // The longest delay a fault may ask for.
@@ -92,7 +92,7 @@ bool parseFault(const std::string& endpointName, const std::string& kind, Endpoi
 
 // A named test card (`ipg pay --test-card NAME`) and the payment result it gives.
 struct TestCard {
-  const char* name;         // "approve", "decline", ...
+  const char* name;  // "approve", "decline", ...
   const char* number;
   const char* cvv;
   bool expired;             // used with an expiry in the past; else three years ahead

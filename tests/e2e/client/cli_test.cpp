@@ -69,9 +69,10 @@ class CliTest : public qipg_test::ClientTest {
  protected:
   void SetUp() override {
     ClientTest::SetUp();
-    for (const auto& [name, value] : {std::pair<const char*, std::string>{"XDG_DATA_HOME", (dir() / "xdg").string()},
-                                      {"QIPG_MID", kMID},
-                                      {"QIPG_KEY", kKey}}) {
+    for (const auto& [name, value] :
+         {std::pair<const char*, std::string>{"XDG_DATA_HOME", (dir() / "xdg").string()},
+          {"QIPG_MID", kMID},
+          {"QIPG_KEY", kKey}}) {
       env_.push_back(std::make_unique<ScopedEnv>(name, value));
     }
   }
@@ -111,21 +112,23 @@ TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
   const nlohmann::json ready = startSandbox();
   ASSERT_TRUE(ready.is_object());
   EXPECT_EQ(ready["mid"], kMID);
-  EXPECT_EQ(ready["baseURL"], "https://127.0.0.1:" + std::to_string(ready["port"].get<int>()) + "/ipg/");
+  EXPECT_EQ(ready["baseURL"],
+            "https://127.0.0.1:" + std::to_string(ready["port"].get<int>()) + "/ipg/");
   EXPECT_EQ(ready["caFile"], (dir() / "xdg/qipg/sandbox/ca.pem").string());
   Child printEnv({program("ipg-sandbox"), "--port", "0", "--print-env", "--data-dir",
                   (dir() / "other").string()});
-  for (const std::string& variable : std::vector<std::string>{"QIPG_TEST_BASE_URL='https://127.0.0.1:", "QIPG_CA_FILE='",
-                                     "QIPG_MID='QIPGTEST0001'", "QIPG_KEY='" + kKey}) {
+  for (const std::string& variable :
+       std::vector<std::string>{"QIPG_TEST_BASE_URL='https://127.0.0.1:", "QIPG_CA_FILE='",
+                                "QIPG_MID='QIPGTEST0001'", "QIPG_KEY='" + kKey}) {
     EXPECT_EQ(printEnv.line().rfind("export " + variable, 0), 0u) << variable;
   }
   int order = 0;
   for (const qipg::sandbox::TestCard& card : qipg::sandbox::testCards()) {
     for (const char* flow : {"--standard", "--card"}) {
       SCOPED_TRACE(std::string(card.name) + " " + flow);
-      const ProcessRun run = ipg({"pay", flow, "--order", "TC" + std::to_string(++order),
-                                  "--amount", "12.00", "--test-card", card.name, "--no-window",
-                                  "--json"});
+      const ProcessRun run =
+          ipg({"pay", flow, "--order", "TC" + std::to_string(++order), "--amount", "12.00",
+               "--test-card", card.name, "--no-window", "--json"});
       EXPECT_EQ(run.exitCode, 0) << run.err;
       const nlohmann::json record = nlohmann::json::parse(run.out, nullptr, false);
       EXPECT_EQ(record.value("statusCode", ""), card.statusCode) << run.out;
@@ -152,12 +155,18 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
   const std::vector<std::string> status = {"status", "--order", "F1", "--ref", ref};
   const std::vector<Row> rows = {
       {"", status, 0, "S", "Captured"},
-      {"", {"refund", "--order", "F1", "--ref", ref, "--amount", "2.50"}, 0, "S",
+      {"",
+       {"refund", "--order", "F1", "--ref", ref, "--amount", "2.50"},
+       0,
+       "S",
        "Refund of 2.50 INR accepted; 8.00 INR left to refund"},
       {"", {"cancel", "--order", "F1", "--ref", ref}, 4, "Http", ""},  // --fault at the start
       {"", {"status", "--order", "F2", "--ref", magicRef}, 4, "Http", ""},
-      {"", {"status", "--order", "F1", "--ref", ref, "--key-file", wrongKey.string()}, 4,
-       "Unreadable", "the answer could not be opened with this merchant key (wrong key?)"},
+      {"",
+       {"status", "--order", "F1", "--ref", ref, "--key-file", wrongKey.string()},
+       4,
+       "Unreadable",
+       "the answer could not be opened with this merchant key (wrong key?)"},
       {"http500", status, 4, "Http", ""},
       {"garbage", status, 4, "Unreadable", ""},
       {"close", status, 3, "Network", ""},
@@ -193,10 +202,11 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
   const std::filesystem::path cardFile = dir() / "card";
   writeFile(cardFile, "5555555555554444\n1239\n987\nJane Doe\n");
   ::chmod(cardFile.c_str(), 0600);
-  for (const auto& [name, value] : {std::pair<const char*, const char*>{"QIPG_CARD_NUMBER", "5555555555554444"},
-                                    {"QIPG_CARD_EXPIRY", "1239"},
-                                    {"QIPG_CARD_CVV", "987"},
-                                    {"QIPG_CARD_HOLDER", "Jane Doe"}}) {
+  for (const auto& [name, value] :
+       {std::pair<const char*, const char*>{"QIPG_CARD_NUMBER", "5555555555554444"},
+        {"QIPG_CARD_EXPIRY", "1239"},
+        {"QIPG_CARD_CVV", "987"},
+        {"QIPG_CARD_HOLDER", "Jane Doe"}}) {
     env_.push_back(std::make_unique<ScopedEnv>(name, value));
   }
   const std::vector<std::vector<std::string>> commands = {
@@ -206,8 +216,8 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
   };
   std::vector<std::unique_ptr<Child>> payments;
   for (const auto& command : commands) {
-    std::vector<std::string> argv = {program("ipg"), "pay", "--amount", "3.00", "--no-window",
-                                     "--json"};
+    std::vector<std::string> argv = {program("ipg"), "pay",         "--amount",
+                                     "3.00",         "--no-window", "--json"};
     argv.insert(argv.end(), command.begin(), command.end());
     payments.push_back(std::make_unique<Child>(argv));
     // The sandbox holds it at the final page, so it is still running when this reads.
@@ -217,7 +227,8 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
       cmdline = qipg_test::readFile(proc);
       if (cmdline.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    EXPECT_NE(cmdline.find("--no-window"), std::string::npos) << command[0] << " [" << cmdline << "]";
+    EXPECT_NE(cmdline.find("--no-window"), std::string::npos)
+        << command[0] << " [" << cmdline << "]";
     for (const std::string secret : {"5555555555554444", "987", kKey.c_str()}) {
       EXPECT_EQ(cmdline.find(secret), std::string::npos) << secret;
     }
@@ -241,23 +252,35 @@ TEST_F(CliTest, RefusesWhatItMustNotDo) {
     int exitCode;
     std::string err;
   } rows[] = {
-      {{"pay", "--card", "--order", "R1", "--amount", "1", "--card-file", open.string()}, "", 2,
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--card-file", open.string()},
+       "",
+       2,
        "ipg pay: the card file " + open.string() +
            " is open to other users (mode 0644); make it yours and owner-only: chmod 600\n"},
-      {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "approve",
-        "--base-url", remote}, "", 2,
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "approve", "--base-url",
+        remote},
+       "",
+       2,
        "ipg pay: test cards are for a sandbox on this machine, not " + remote + "\n"},
       {{"pay", "--standard", "--order", "R1", "--amount", "1", "--card-stdin", "--no-window",
-        "--base-url", remote}, "4111111111111111\n1239\n123\nJane\n", 1,
+        "--base-url", remote},
+       "4111111111111111\n1239\n123\nJane\n",
+       1,
        "ipg pay: a payment without a window is for a test gateway on this machine only, not " +
            remote + "doMEPayRequest\n"},
-      {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "visa"}, "", 2,
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "visa"},
+       "",
+       2,
        "ipg pay: no test card \"visa\" (approve, approve-mc, decline, gateway-error, unknown, "
        "invalid-number, expired)\n"},
       {{"pay", "--order", "R1"}, "", 2, "--standard or --card is required\n" + help},
-      {{"status", "--order", "--ref", "1"}, "", 2,
+      {{"status", "--order", "--ref", "1"},
+       "",
+       2,
        "--order: needs a value, not the option --ref\n" + help},
-      {{"status", "--order", "A-1", "--ref", "1", "--base-url", remote}, "", 2,
+      {{"status", "--order", "A-1", "--ref", "1", "--base-url", remote},
+       "",
+       2,
        "ipg status: Input: Invalid Order ID Input\n"},
   };
   for (const auto& row : rows) {

@@ -53,7 +53,8 @@ TEST_F(EnvelopeCommand, SealThenOpenGivesTheMessageBack) {
   for (const char* choice : {"", "--env test", "--env production", "--iv 0123456789abcdef"}) {
     for (const std::string& message : messages) {
       SCOPED_TRACE(choice + (" / " + message));
-      const ProcessRun sealed = ipg(std::string("envelope seal ") + choice, message + "\n", "Key123");
+      const ProcessRun sealed =
+          ipg(std::string("envelope seal ") + choice, message + "\n", "Key123");
       ASSERT_EQ(sealed.exitCode, 0) << sealed.err;
       ASSERT_FALSE(sealed.out.empty());
       EXPECT_EQ(sealed.out.back(), '\n');
@@ -89,8 +90,10 @@ TEST_F(EnvelopeCommand, RefusalsSayWhyNeverShowTheKeyAndLeaveNothingBehind) {
       {open, sealed.out.substr(0, 21), key, 1, notBase64},
       {open, "\n", key, 1, notBase64},
       {"envelope seal --iv short", "x", key, 2, "ipg envelope: --iv must be 16 ASCII characters\n"},
-      {"envelope seal --iv 0123456789abcdef --env test", "x", key, 2, "--env excludes --iv\n" + help},
-      {"envelope seal --env staging", "x", key, 2, "--env: staging not in {test,production}\n" + help},
+      {"envelope seal --iv 0123456789abcdef --env test", "x", key, 2,
+       "--env excludes --iv\n" + help},
+      {"envelope seal --env staging", "x", key, 2,
+       "--env: staging not in {test,production}\n" + help},
       {"envelope seal", "x", "", 2, "ipg envelope: no key: set QIPG_KEY or give --key-file FILE\n"},
       {"envelope", "", key, 2, "A subcommand is required\n" + help},
       {"envelope seal --key " + key, "x", "", 0,
@@ -117,9 +120,10 @@ TEST_F(EnvelopeCommand, InteroperatesWithTheOpenSslTool) {
   ASSERT_EQ(digest.exitCode, 0) << digest.err;
   const std::string keyHex = hexOf(digest.out.substr(0, 32));
   const std::string message = "M123|O1|10.50|INR|Books|S|-|-|-|U|" + std::string(80, 'z');
-  const std::pair<const char*, const char*> rows[] = {{"--env test", "4e9a1c07b3d58f26"},
-                                                      {"--env production", "d2071f8be64c395a"},
-                                                      {"--iv ABCDEFGHabcdefgh", "ABCDEFGHabcdefgh"}};
+  const std::pair<const char*, const char*> rows[] = {
+      {"--env test", "4e9a1c07b3d58f26"},
+      {"--env production", "d2071f8be64c395a"},
+      {"--iv ABCDEFGHabcdefgh", "ABCDEFGHabcdefgh"}};
   for (const auto& [ipgChoice, iv] : rows) {
     SCOPED_TRACE(ipgChoice);
     const std::string openssl =

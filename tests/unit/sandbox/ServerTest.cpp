@@ -72,7 +72,8 @@ TEST_F(Server, UnreadableManagementRequestsAreRefusedClearly) {
 TEST_F(Server, FaultsSpoilTheirEndpointOnlyAndStopReleasesAHeldRequest) {
   const std::string body =
       managementBody(encryptTextWithEncKey(kMid + "|O|" + std::string(11, '|'), kKey), "mid");
-  const std::tuple<Fault, int, std::size_t, bool> cases[] = {  // status, minimum size, UTF-8
+  const std::tuple<Fault, int, std::size_t, bool> cases[] = {
+      // status, minimum size, UTF-8
       {Fault::kHttp500, 500, 1, true},
       {Fault::kGarbage, 200, 1, true},
       {Fault::kNotUtf8, 200, 1, false},
@@ -95,7 +96,8 @@ TEST_F(Server, FaultsSpoilTheirEndpointOnlyAndStopReleasesAHeldRequest) {
   const httplib::Params form = {{"endpoint", "status"}, {"kind", "http500"}};
   for (const std::string& token :
        std::vector<std::string>{"", "0123", readFile(adminTokenFile(sandbox_->dataDir()))}) {
-    const auto res = admin.Post("/sandbox/fault", {{"X-Sandbox-Token", token.substr(0, token.find('\n'))}}, form);
+    const auto res = admin.Post("/sandbox/fault",
+                                {{"X-Sandbox-Token", token.substr(0, token.find('\n'))}}, form);
     ASSERT_TRUE(res);
     EXPECT_EQ(res->status, token.size() > 4 ? 200 : 403);
   }
@@ -199,9 +201,13 @@ TEST(SandboxStart, RefusesBadOptions) {
       {with([](Options& o) { o.environment = "staging"; }),
        "unknown environment \"staging\" (test or production)"},
       {with([](Options& o) { o.dataDir.clear(); }), "no data directory given"},
-      {with([](Options& o) { o.merchants = {{"M1", "key"}, {"BAD-MID", "key"}}; }),
+      {with([](Options& o) {
+         o.merchants = {{"M1", "key"}, {"BAD-MID", "key"}};
+       }),
        "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
-      {with([](Options& o) { o.merchants = {{"M1", std::string(33, 'k')}}; }),
+      {with([](Options& o) {
+         o.merchants = {{"M1", std::string(33, 'k')}};
+       }),
        "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
       {with([](Options& o) { o.port = 70000; }), "port out of range: 0 to 65535"},
   };
@@ -229,13 +235,16 @@ TEST(SandboxCommandLine, ExplainsBadValues) {
       {{"--merchant", "NOKEY"}, 2, "--merchant: takes MID:KEY"},
       {{"--data-dir"}, 2, "--data-dir: 1 required TEXT missing"},
       {{"--fault", "status"}, 2, "ipg-sandbox: --fault: takes ENDPOINT=KIND"},
-      {{"--fault", "status=slow"}, 2,
+      {{"--fault", "status=slow"},
+       2,
        "ipg-sandbox: --fault: unknown fault \"slow\" (none, http500, garbage, not-utf8, huge, "
        "hang, delay=MS, close or wrong-key)"},
-      {{"--fault", "login=hang"}, 2,
+      {{"--fault", "login=hang"},
+       2,
        "ipg-sandbox: --fault: unknown endpoint \"login\" (status, cancel, refund, pay, pay-card "
        "or invoice)"},
-      {{"fault", "status", "delay=9999999"}, 2,
+      {{"fault", "status", "delay=9999999"},
+       2,
        "ipg-sandbox fault: delay=MS takes a number of milliseconds from 0 to 600000"},
   };
   for (const auto& c : cases) {
