@@ -1,54 +1,45 @@
-// The ipg tool's commands. Each command lives in its own file and registers itself:
+// The ipg tool's commands. Each command file adds its subcommand to the tool's CLI11 app and
+// returns what runs it once the arguments are parsed:
 //
-//   static const ipg::Registration reg{{"status", "ask the gateway for a transaction's status",
-//                                       usageText, &runStatus}};
+//   Command addStatusCommand(CLI::App& app);
 //
-// A command gets its arguments after its name and returns the process's exit code.
+// A runner returns the process's exit code (see the Exit constants).
 #pragma once
 
+#include <CLI/CLI.hpp>
 #include <functional>
-#include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace ipg {
 
-using Args = std::vector<std::string>;
+// Exit codes shared by the commands.
+inline constexpr int kExitOk = 0;          // done; a readable answer came back
+inline constexpr int kExitFailed = 1;      // the command could not do its work
+inline constexpr int kExitUsage = 2;       // bad usage or input
+inline constexpr int kExitNetwork = 3;     // no answer: network, time-out, TLS, cancelled
+inline constexpr int kExitUnreadable = 4;  // an answer that could not be read, or HTTP error
 
 struct Command {
-  std::string name;     // "envelope", "status", ...
-  std::string summary;  // one line for `ipg --help`
-  std::string usage;    // the full text for `ipg help NAME` and `ipg NAME --help`
-  int (*run)(const Args& args);
+  CLI::App* app = nullptr;   // the subcommand
+  std::function<int()> run;  // runs it once parsed
 };
 
-struct Registration {
-  explicit Registration(Command command);
-};
+Command addPayCommand(CLI::App& app);
+std::vector<Command> addManagementCommands(CLI::App& app);  // status, cancel, refund
+Command addSandboxCommand(CLI::App& app);
+Command addEnvelopeCommand(CLI::App& app);
+Command addDemoCommand(CLI::App& app);
 
-const std::vector<Command>& commands();
+// Refuses an option's value that is another option ("--order --ref 1": --order needs a value).
+inline const CLI::Validator kNotAnOption(
+    [](std::string& value) {
+      return value.rfind("--", 0) == 0 ? "needs a value, not the option " + value : std::string();
+    },
+    "");
 
-// Small helpers shared by the commands.
-
-// True when `args` holds "--help" or "-h".
-bool wantsHelp(const Args& args);
-
-// The value after `--name` (or in `--name=value`); absent when the flag is not there.
-std::optional<std::string> flagValue(const Args& args, std::string_view name);
-
-// True when the bare flag `--name` is there.
-bool hasFlag(const Args& args, std::string_view name);
-
-// One line about the first argument that is neither one of `valueFlags` (`--name VALUE` or
-// `--name=VALUE`) nor one of `bareFlags` (`--name`); absent when all are known.
-using FlagSet = std::set<std::string, std::less<>>;
-std::optional<std::string> unknownArgument(const Args& args, const FlagSet& valueFlags,
-                                           const FlagSet& bareFlags);
-
-// Masks all but the last four characters of a card number; a CVV or key is masked whole.
+// Masks all but the last four characters of a card number.
 std::string maskCardNumber(std::string_view cardNumber);
-std::string maskSecret(std::string_view secret);
 
 }  // namespace ipg

@@ -1,10 +1,15 @@
-// Where the ipg commands take the merchant's credentials and the gateway's address from.
+// Where the ipg commands take the merchant's credentials and the gateway from.
 //
-// MID and key: the --mid / --key flags, else the environment variables QIPG_MID / QIPG_KEY.
-// When neither gives a value the text stays absent, and the library then reads both from
-// Info.plist ($QIPG_BUNDLE_DIR, else beside the ipg program), but only when both are
-// missing. Gateway: GatewayConfig::fromEnvironment(), with --base-url replacing the selected
-// environment's base URL and --ca-file the CA file.
+// MID: --mid, else $QIPG_MID. Key: --key-file (owner-only), else $QIPG_KEY, else a prompt when
+// standard input is a terminal and a MID was given; --key still works (first) but warns, since
+// other users see it in the process list. With neither MID nor key the library reads both from
+// Info.plist ($QIPG_BUNDLE_DIR, else beside the ipg program).
+//
+// Gateway, one rule for every command: --base-url, else $QIPG_TEST_BASE_URL or
+// $QIPG_PRODUCTION_BASE_URL (for --env), else the sandbox that `ipg sandbox` runs in its default
+// data directory (its "running" file), else the library's configured default. CA file:
+// --ca-file, else $QIPG_CA_FILE, else for a loopback gateway the CA file of the sandbox's
+// default data directory, when there is one.
 #pragma once
 
 #include <cstdint>
@@ -17,25 +22,50 @@
 
 namespace ipg {
 
-struct MerchantCredentials {
-  qipg::Text mid;
-  qipg::Text key;  // never print it; use maskSecret
+struct GatewayOptions {
+  std::string mid;
+  std::string key;  // from --key only; never printed
+  std::string keyFile;
+  std::string env = "test";
+  std::string baseURL;
+  std::string caFile;
 };
 
-// From the flags, else the environment; each absent when neither gives it.
-MerchantCredentials merchantCredentials(const Args& args);
+// Adds --mid, --key, --key-file, --env, --base-url and --ca-file to `sub`.
+void addGatewayOptions(CLI::App& sub, GatewayOptions& options);
 
-// The key alone (--key, else QIPG_KEY); absent when neither gives it.
-qipg::Text merchantKey(const Args& args);
+// The merchant's credentials; the key is wiped when the object goes.
+struct MerchantCredentials {
+  qipg::Text mid;
+  qipg::Text key;
+  ~MerchantCredentials();
+};
 
-// --env test|production (default test) as the library's environment value; absent, with a
-// one-line reason in `error`, for any other value.
-std::optional<std::uint64_t> environmentType(const Args& args, std::string& error);
+// Fills `credentials` by the rule above; false with a one-line reason when a key file is
+// unusable. Warns on standard error when the key came from --key.
+bool merchantCredentials(const GatewayOptions& options, MerchantCredentials& credentials,
+                         std::string& error);
 
-// GatewayConfig::fromEnvironment() with --base-url (for `environment`) and --ca-file applied.
-qipg::GatewayConfig gatewayConfig(const Args& args, std::uint64_t environment);
+struct Gateway {
+  std::uint64_t environment = 0;  // IPGEnvironmentTest or IPGEnvironmentProduction
+  qipg::GatewayConfig config;
+  std::string baseURL;  // of `environment`
+};
 
-// Text for help screens, describing the flags above.
-extern const char* const kCredentialsHelp;
+// The gateway by the rule above; absent, with a one-line reason, when the configuration is
+// unusable.
+std::optional<Gateway> resolveGateway(const GatewayOptions& options, std::string& error);
+
+// True when `url` parses (libcurl's URL parser) with a loopback host: 127.0.0.0/8, ::1 or
+// localhost.
+bool isLoopbackURL(const std::string& url);
+
+// The contents of a regular file that only its owner (this user) may read or write; absent,
+// with a one-line reason naming `what` and the file, otherwise.
+std::optional<std::string> readOwnerOnlyFile(const std::string& path, const std::string& what,
+                                             std::string& error);
+
+// Overwrites a secret's bytes, then empties it.
+void wipe(std::string& secret);
 
 }  // namespace ipg

@@ -1,6 +1,5 @@
 #include "Output.h"
 
-#include <cstdio>
 #include <utility>
 #include <vector>
 
@@ -37,52 +36,30 @@ std::vector<std::pair<const char*, const qipg::Text*>> properties(const qipg::Pa
 
 }  // namespace
 
-std::string jsonString(std::string_view text) {
-  std::string out = "\"";
-  for (char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (byte < 0x20 || byte == 0x7F) {
-          char escaped[8];
-          std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
-          out += escaped;
-        } else {
-          out += c;
-        }
-    }
-  }
-  return out + "\"";
+std::string jsonLine(const nlohmann::ordered_json& value) {
+  return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
 void printRecord(std::ostream& out, const qipg::PaymentResponse& response, bool json) {
   if (json) {
-    std::string line = "{";
-    bool first = true;
+    nlohmann::ordered_json record = nlohmann::ordered_json::object();
     for (const auto& [name, value] : properties(response)) {
-      line += (first ? "" : ",") + jsonString(name) + ":" + (*value ? jsonString(**value) : "null");
-      first = false;
+      record[name] = *value ? nlohmann::ordered_json(**value) : nlohmann::ordered_json(nullptr);
     }
-    out << line << "}\n";
+    out << jsonLine(record);
     return;
   }
   for (const auto& [name, value] : properties(response)) {
     out << name << ": " << (*value ? **value : "(absent)") << "\n";
+  }
+}
+
+void printError(std::ostream& out, std::ostream& err, const std::string& command,
+                const std::string& kind, const std::string& message, bool json) {
+  if (json) {
+    out << jsonLine({{"error", {{"kind", kind}, {"message", message}}}});
+  } else {
+    err << "ipg " << command << ": " << kind << ": " << message << "\n";
   }
 }
 

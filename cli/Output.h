@@ -1,19 +1,24 @@
-// Output shared by the ipg commands: JSON strings and PaymentResponse records.
+// Output shared by the ipg commands: PaymentResponse records and errors, as text or JSON.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
-#include <string_view>
 
 #include "qipg/PaymentResponse.h"
 
 namespace ipg {
 
-// `text` as a JSON string literal, quotes included.
-std::string jsonString(std::string_view text);
+// One line of JSON; bytes that are not UTF-8 become U+FFFD.
+std::string jsonLine(const nlohmann::ordered_json& value);
 
 // The record as "property: value" lines ("(absent)" for an absent value), or with `json` as
 // one JSON object (null for absent), in the record's declared order.
 void printRecord(std::ostream& out, const qipg::PaymentResponse& response, bool json);
+
+// "ipg COMMAND: KIND: MESSAGE" on `err`, or with `json` {"error": {"kind", "message"}} on
+// `out`.
+void printError(std::ostream& out, std::ostream& err, const std::string& command,
+                const std::string& kind, const std::string& message, bool json);
 
 }  // namespace ipg

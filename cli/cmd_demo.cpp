@@ -9,6 +9,7 @@
 #include <ctime>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <iomanip>
 #include <iostream>
 #include <memory>
@@ -16,8 +17,8 @@
 #include <string>
 #include <vector>
 
-#include "Answer.h"
 #include "Command.h"
+#include "qipg/Client.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 #include "qipg/QuandrelIPG.h"
@@ -30,21 +31,6 @@
 
 namespace ipg {
 namespace {
-
-const char* const kUsage =
-    "usage: ipg demo [--out DIR]\n"
-    "\n"
-    "The tour of the library against a sandbox gateway started inside this process (nothing\n"
-    "leaves this machine, and your own stored IV is not touched: the demo keeps its user\n"
-    "defaults in a private temporary directory):\n"
-    "  - creates a client for the sandbox and seals and opens a sample message;\n"
-    "  - a standard payment completed in the real payment window, the test card filled in by\n"
-    "    the demo itself; a card-capture payment (a pre-authorisation);\n"
-    "  - a status inquiry and a partial refund of the first payment, a cancel of the second;\n"
-    "  - one input error, reported before anything is sent;\n"
-    "and prints one table of the records. It needs a display for the window (`make demo` runs\n"
-    "it under Xvfb when there is none) and saves PNG screenshots of the payment page and of\n"
-    "the final page in DIR (default: demo-output).\n";
 
 #if defined(QIPG_HAVE_SANDBOX) && defined(QIPG_HAVE_GTK)
 
@@ -81,12 +67,6 @@ bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
   return qipg::runMainLoopUntil(done, seconds);
 }
 
-// The record of a management call, waited for (bounded).
-std::optional<qipg::PaymentResponse> awaitRecord(Answer& answer) {
-  answer.waitFor(std::chrono::seconds(30));
-  return answer.record();
-}
-
 class Tour {
  public:
   explicit Tour(std::filesystem::path out) : out_(std::move(out)) {}
@@ -100,10 +80,12 @@ class Tour {
                             "Status inquiry of the first payment",
                             "Partial refund of the first payment",
                             "Cancel of the second payment",
-                            "An input error"};
-    bool (Tour::*steps[])() = {&Tour::startSandbox,   &Tour::createClient, &Tour::standardPayment,
-                               &Tour::finalPageShot,  &Tour::cardPayment,  &Tour::status,
-                               &Tour::refund,         &Tour::cancel,       &Tour::inputError};
+                            "An input error",
+                            "A status inquiry with the wrong merchant key"};
+    bool (Tour::*steps[])() = {&Tour::startSandbox,  &Tour::createClient, &Tour::standardPayment,
+                               &Tour::finalPageShot, &Tour::cardPayment,  &Tour::status,
+                               &Tour::refund,        &Tour::cancel,       &Tour::inputError,
+                               &Tour::wrongKey};
     int failed = 0;
     for (std::size_t i = 0; i < std::size(steps); ++i) {
       std::cout << i + 1 << ". " << titles[i] << std::endl;
@@ -159,9 +141,9 @@ class Tour {
     const qipg::Text opened = qipg::decryptTextWithDecryptionKey(sealed, std::string(key()));
     std::cout << "   base URL " << client_->CurrentDomainURL() << ", IV stored under \"randomIV\": "
               << orEmpty(qipg::CommonUtilities::getRandomIVforKey(std::string("randomIV")))
-              << "\n   sealed a " << message.size() << "-byte message into "
-              << sealed.size() << " characters; opened again: "
-              << (opened == message ? "identical" : "DIFFERENT") << "\n";
+              << "\n   sealed a " << message.size() << "-byte message into " << sealed.size()
+              << " characters; opened again: " << (opened == message ? "identical" : "DIFFERENT")
+              << "\n";
     return opened == message;
   }
 
@@ -219,30 +201,34 @@ class Tour {
   bool standardPayment() {
     orderA_ = "DEMO" + std::to_string(std::time(nullptr)) + "A";
     std::string failure;
-    auto failed = qipg::makeResponseDelegate(nullptr, nullptr,
-                                             [&](const std::string& m) { failure = m; });
-    const auto request = client_->getStandardPaymentRequest(
-        orderA_, "1500.00", "INR", "Demo order", 1, "", "", "", "", "", "", "", "", "", "",
-        mid(), key(), failed);
+    auto failed =
+        qipg::makeResponseDelegate(nullptr, nullptr, [&](const std::string& m) { failure = m; });
+    const auto request =
+        client_->getStandardPaymentRequest(orderA_, "1500.00", "INR", "Demo order", 1, "", "", "",
+                                           "", "", "", "", "", "", "", mid(), key(), failed);
     if (!request) {
       std::cout << "   " << failure << "\n";
       return false;
     }
     const std::string cardForm = client_->CurrentDomainURL() + "doMEPayRequest";
-    const auto record = pay(*request, [&](qipg::PaymentWindow& window, const std::string& uri) {
-      if (uri != cardForm) return;
-      // Keep the session token (the final page is shown again with it), take the picture of
-      // the empty card form, then fill in the test card and pay.
-      window.runJavaScript("document.querySelector('input[name=token]').value",
-                           [this](const qipg::Text& token) { token_ = token; });
-      const std::string fill =
-          "(() => { const set = (id, v) => { document.getElementById(id).value = v; };"
-          "set('cardNumber', '" + std::string(kApprovedCard) + "'); set('expiry', '" +
-          futureExpiry() + "'); set('cvv', '123'); set('holder', 'Jane Doe');"
-          "document.querySelector('form').requestSubmit(); })()";
-      qipg::PaymentWindow* shown = &window;  // alive while pay() waits
-      screenshot(window, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
-    }, "Payment");
+    const auto record = pay(
+        *request,
+        [&](qipg::PaymentWindow& window, const std::string& uri) {
+          if (uri != cardForm) return;
+          // Keep the session token (the final page is shown again with it), take the picture of
+          // the empty card form, then fill in the test card and pay.
+          window.runJavaScript("document.querySelector('input[name=token]').value",
+                               [this](const qipg::Text& token) { token_ = token; });
+          const std::string fill =
+              "(() => { const set = (id, v) => { document.getElementById(id).value = v; };"
+              "set('cardNumber', '" +
+              std::string(kApprovedCard) + "'); set('expiry', '" + futureExpiry() +
+              "'); set('cvv', '123'); set('holder', 'Jane Doe');"
+              "document.querySelector('form').requestSubmit(); })()";
+          qipg::PaymentWindow* shown = &window;  // alive while pay() waits
+          screenshot(window, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
+        },
+        "Payment");
     if (!record) return false;
     rows_.push_back(rowOf("standard payment", *record,
                           "ref " + orEmpty(record->transactionReferenceNo()) + ", card " +
@@ -271,8 +257,8 @@ class Tour {
         screenshot(*window, "final-page.png", [&shot] { shot = true; });
       }
     };
-    window = qipg::presentPaymentWindow(request, qipg::makePaymentControllerDelegate(nullptr),
-                                        options);
+    window =
+        qipg::presentPaymentWindow(request, qipg::makePaymentControllerDelegate(nullptr), options);
     if (!window) return false;
     const bool ok = spinUntil([&] { return shot; }, 30);
     window->pressCancel();
@@ -283,19 +269,23 @@ class Tour {
   bool cardPayment() {
     orderB_ = "DEMO" + std::to_string(std::time(nullptr)) + "B";
     std::string failure;
-    auto failed = qipg::makeResponseDelegate(nullptr, nullptr,
-                                             [&](const std::string& m) { failure = m; });
+    auto failed =
+        qipg::makeResponseDelegate(nullptr, nullptr, [&](const std::string& m) { failure = m; });
     const auto request = client_->getCardCapturePaymentRequest(
-        orderB_, "250.00", "INR", "Demo booking", 0, "Jane Doe", kSecondCard, futureExpiry(),
-        "123", 0, "", "", "", "", "", "", "", "", "", "", mid(), key(), failed);
+        orderB_, "250.00", "INR", "Demo booking", 0, "Jane Doe", kSecondCard, futureExpiry(), "123",
+        0, "", "", "", "", "", "", "", "", "", "", mid(), key(), failed);
     if (!request) {
       std::cout << "   " << failure << "\n";
       return false;
     }
     const std::string confirmation = client_->CurrentDomainURL() + "doMEPayRequestCard";
-    const auto record = pay(*request, [&](qipg::PaymentWindow& window, const std::string& uri) {
-      if (uri == confirmation) window.runJavaScript("document.querySelector('form').requestSubmit()");
-    }, "Card payment");
+    const auto record = pay(
+        *request,
+        [&](qipg::PaymentWindow& window, const std::string& uri) {
+          if (uri == confirmation)
+            window.runJavaScript("document.querySelector('form').requestSubmit()");
+        },
+        "Card payment");
     if (!record) return false;
     rows_.push_back(rowOf("card-capture payment", *record,
                           "ref " + orEmpty(record->transactionReferenceNo()) + ", card " +
@@ -304,23 +294,52 @@ class Tour {
     return record->statusCode() == "S";
   }
 
+  // A client of the idiomatic layer, for the management calls, with the test merchant's key or
+  // another one.
+  std::shared_ptr<qipg::Client> manager(const std::string& merchantKey) const {
+    qipg::ClientOptions options;
+    options.gateway = client_->config();
+    options.merchantID = mid();
+    options.encryptionKey = merchantKey;
+    qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
+    if (!made) std::cout << "   " << made.error().message << "\n";
+    return made ? made.value() : nullptr;
+  }
+
+  // The result of a management call (bounded wait); a row for an error, and the record if any.
+  std::optional<qipg::PaymentResponse> await(std::future<qipg::Result<qipg::PaymentResponse>> f,
+                                             const std::string& operation,
+                                             const std::string& order) {
+    if (f.wait_for(std::chrono::seconds(30)) != std::future_status::ready) return std::nullopt;
+    qipg::Result<qipg::PaymentResponse> result = f.get();
+    if (result) return result.value();
+    const qipg::Error& e = result.error();
+    rows_.push_back({operation, order, std::string(qipg::errorKindName(e.kind)), e.message,
+                     e.outcomeUnknown ? "may have been applied" : "nothing applied"});
+    return std::nullopt;
+  }
+
   bool status() {
-    const auto answer = Answer::create();
-    client_->getTransactionStatus(orderA_, refA_, mid(), key(), answer->delegate());
-    const auto record = awaitRecord(*answer);
+    const auto client = manager(key());
+    if (!client) return false;
+    const auto record =
+        await(client->status({.orderID = orderA_, .transactionRefNumber = orEmpty(refA_)}),
+              "status inquiry", orderA_);
     if (!record) return false;
     const auto& r = *record;
-    rows_.push_back(rowOf("status inquiry", r,
-                          "amount " + orEmpty(r.amount()) + ", captured " +
-                              orEmpty(r.captureStatus())));
+    rows_.push_back(
+        rowOf("status inquiry", r,
+              "amount " + orEmpty(r.amount()) + ", captured " + orEmpty(r.captureStatus())));
     return r.statusCode() != "F";
   }
 
   bool refund() {
-    const auto answer = Answer::create();
-    client_->refundTransaction(orderA_, refA_, std::string("500.00"), mid(), key(),
-                               answer->delegate());
-    const auto record = awaitRecord(*answer);
+    const auto client = manager(key());
+    if (!client) return false;
+    const auto record =
+        await(client->refund(
+                  {.orderID = orderA_, .transactionRefNumber = orEmpty(refA_), .amount = "500.00"}),
+              "partial refund", orderA_);
     if (!record) return false;
     const auto& r = *record;
     rows_.push_back(rowOf("partial refund", r, "refunded " + orEmpty(r.refundAmount())));
@@ -328,9 +347,11 @@ class Tour {
   }
 
   bool cancel() {
-    const auto answer = Answer::create();
-    client_->cancelTransaction(orderB_, refB_, mid(), key(), answer->delegate());
-    const auto record = awaitRecord(*answer);
+    const auto client = manager(key());
+    if (!client) return false;
+    const auto record =
+        await(client->cancel({.orderID = orderB_, .transactionRefNumber = orEmpty(refB_)}),
+              "cancel", orderB_);
     if (!record) return false;
     const auto& r = *record;
     rows_.push_back(rowOf("cancel", r, "request " + orEmpty(r.pgRefCancelReqID())));
@@ -338,13 +359,19 @@ class Tour {
   }
 
   bool inputError() {
-    const auto answer = Answer::create();
     // A hyphen is not allowed in an order id: the client answers at once, sending nothing.
-    client_->getTransactionStatus(std::string("ORDER-1"), refA_, mid(), key(), answer->delegate());
-    const std::optional<std::string> error = answer->inputError();
-    if (!error) return false;
-    rows_.push_back({"status (bad order id)", "ORDER-1", "error", *error, "nothing sent"});
-    return true;
+    const auto client = manager(key());
+    return client &&
+           !await(client->status({.orderID = "ORDER-1", .transactionRefNumber = orEmpty(refA_)}),
+                  "status (bad order id)", "ORDER-1");
+  }
+
+  bool wrongKey() {
+    // The sandbox cannot open the request, and its sealed refusal does not open with this key.
+    const auto client = manager("notTheMerchantsKey0123456789ABCD");
+    return client &&
+           !await(client->status({.orderID = orderA_, .transactionRefNumber = orEmpty(refA_)}),
+                  "status (wrong key)", orderA_);
   }
 
   void printTable() const {
@@ -361,7 +388,8 @@ class Tour {
     }
     const auto line = [&](const std::vector<std::string>& c) {
       std::cout << "|";
-      for (int i = 0; i < 5; ++i) std::cout << " " << std::left << std::setw(widths[i]) << c[i] << " |";
+      for (int i = 0; i < 5; ++i)
+        std::cout << " " << std::left << std::setw(widths[i]) << c[i] << " |";
       std::cout << "\n";
     };
     std::cout << "\n";
@@ -385,8 +413,8 @@ class Tour {
   std::vector<std::string> screenshots_;
 };
 
-int runDemo(const Args& args) {
-  const std::filesystem::path out = flagValue(args, "out").value_or("demo-output");
+int runDemo(const std::string& outDir) {
+  const std::filesystem::path out = outDir;
   std::error_code error;
   std::filesystem::create_directories(out, error);
   if (error || ::chmod(out.c_str(), 0700) != 0) {
@@ -399,15 +427,32 @@ int runDemo(const Args& args) {
 
 #else
 
-int runDemo(const Args&) {
+int runDemo(const std::string&) {
   std::cerr << "ipg demo: this build has no sandbox gateway or no payment window\n";
   return 1;
 }
 
 #endif
 
-const Registration registration{{"demo", "the tour: five operations end to end against a sandbox",
-                                 kUsage, &runDemo}};
-
 }  // namespace
+
+Command addDemoCommand(CLI::App& app) {
+  auto out = std::make_shared<std::string>("demo-output");
+  CLI::App* sub =
+      app.add_subcommand("demo", "the tour: five operations end to end against a sandbox");
+  sub->footer(
+      "The tour of the library against a sandbox gateway started inside this process (nothing\n"
+      "leaves this machine, and your own stored IV is not touched: the demo keeps its user\n"
+      "defaults in a private temporary directory): a client for the sandbox seals and opens a\n"
+      "sample message; a standard payment is completed in the real payment window, the test\n"
+      "card filled in by the demo itself; a card-capture payment (a pre-authorisation); a status\n"
+      "inquiry and a partial refund of the first payment, a cancel of the second (through\n"
+      "qipg::Client); one input error, reported before anything is sent, and one call with a\n"
+      "wrong merchant key, diagnosed. It prints one table of the records. It needs a\n"
+      "display for the window (`make demo` runs it under Xvfb when there is none) and saves PNG\n"
+      "screenshots of the payment page and of the final page in the output directory.\n");
+  sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");
+  return {sub, [out] { return runDemo(*out); }};
+}
+
 }  // namespace ipg

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -22,30 +23,6 @@ constexpr const char* kTestIV = "4e9a1c07b3d58f26";
 constexpr const char* kProductionIV = "d2071f8be64c395a";
 constexpr const char* kIVKey = "randomIV";
 constexpr std::size_t kMaxInput = 64u << 20;
-
-const char* const kUsage =
-    "usage: ipg envelope seal --key KEY [--env test|production | --iv IV]\n"
-    "       ipg envelope open --key KEY [--env test|production | --iv IV]\n"
-    "\n"
-    "Seals a plain message the way the library seals a request, or opens an envelope text\n"
-    "the way it opens a gateway's answer.\n"
-    "\n"
-    "  seal   reads the plain message on standard input; ONE trailing newline, if present,\n"
-    "         is not part of the message. Prints the envelope text (Base64 with CR LF after\n"
-    "         every 76 characters and \"+\" written \"%2B\") and a final newline.\n"
-    "  open   reads an envelope text on standard input (line breaks, blanks and a final\n"
-    "         newline are ignored) and prints the plain text and a final newline. Exits 1\n"
-    "         with \"cannot open: not Base64\" or \"cannot open: wrong key or IV, or damaged\n"
-    "         text\" on standard error when it cannot. A wrong IV spoils only the first 16\n"
-    "         bytes of a longer message, which may then open as garbled text.\n"
-    "\n"
-    "options:\n"
-    "  --key KEY               the merchant's encryption key, ASCII (else $QIPG_KEY)\n"
-    "  --env test|production   use that gateway's built-in IV (default test)\n"
-    "  --iv IV                 use this 16-character IV text instead\n"
-    "\n"
-    "The IV is kept in a private temporary store for the run; the IV stored for other\n"
-    "programs is left as it is. The key is never printed.\n";
 
 bool isAsciiText(const std::string& text) {
   for (char c : text) {
@@ -121,30 +98,27 @@ int fail(const std::string& message, int code) {
   return code;
 }
 
-int runEnvelope(const Args& args) {
-  if (args.empty() || (args[0] != "seal" && args[0] != "open")) {
-    std::cerr << kUsage;
-    return 2;
-  }
-  const bool seal = args[0] == "seal";
+struct EnvelopeOptions {
+  GatewayOptions key;  // --key, --key-file
+  std::string env;
+  std::string iv;
+  bool seal = false;
+};
 
-  const qipg::Text key = merchantKey(args);
-  if (!key) return fail("no key: give --key KEY or set QIPG_KEY", 2);
+int runEnvelope(const EnvelopeOptions& o) {
+  std::string error;
+  MerchantCredentials credentials;
+  if (!merchantCredentials(o.key, credentials, error)) return fail(error, 2);
+  const qipg::Text& key = credentials.key;
+  if (!key) return fail("no key: set QIPG_KEY or give --key-file FILE", 2);
   if (!isAsciiText(*key)) return fail("the key must be ASCII text", 2);
 
-  const std::optional<std::string> ivFlag = flagValue(args, "iv");
-  if (ivFlag && flagValue(args, "env")) return fail("give --env or --iv, not both", 2);
   std::string iv;
-  if (ivFlag) {
-    if (ivFlag->size() != 16 || !isAsciiText(*ivFlag)) {
-      return fail("--iv must be 16 ASCII characters", 2);
-    }
-    iv = *ivFlag;
+  if (!o.iv.empty()) {
+    if (o.iv.size() != 16 || !isAsciiText(o.iv)) return fail("--iv must be 16 ASCII characters", 2);
+    iv = o.iv;
   } else {
-    std::string error;
-    const std::optional<std::uint64_t> environment = environmentType(args, error);
-    if (!environment) return fail(error, 2);
-    iv = *environment == 1 ? kTestIV : kProductionIV;
+    iv = o.env == "production" ? kProductionIV : kTestIV;
   }
 
   PrivateDefaults store;
@@ -157,7 +131,7 @@ int runEnvelope(const Args& args) {
   std::optional<std::string> input = readInput();
   if (!input) return fail("input larger than 64 MiB", 1);
 
-  if (seal) {
+  if (o.seal) {
     if (!input->empty() && input->back() == '\n') input->pop_back();
     const std::string sealed = qipg::encryptTextWithEncKey(*input, key);
     if (sealed.empty()) return fail("cannot seal the message", 1);
@@ -180,8 +154,36 @@ int runEnvelope(const Args& args) {
   return std::cout.flush() ? 0 : 1;
 }
 
-const Registration registration{
-    {"envelope", "seal or open a message envelope by hand", kUsage, &runEnvelope}};
-
 }  // namespace
+
+Command addEnvelopeCommand(CLI::App& app) {
+  auto o = std::make_shared<EnvelopeOptions>();
+  CLI::App* sub = app.add_subcommand("envelope", "seal or open a message envelope by hand");
+  sub->footer(
+      "Seals a plain message the way the library seals a request, or opens an envelope text\n"
+      "the way it opens a gateway's answer, for comparing with a gateway's logs. The IV is kept\n"
+      "in a private temporary store for the run; the IV stored for other programs is left as\n"
+      "it is. The key ($QIPG_KEY, else --key-file) is never printed.\n");
+  sub->require_subcommand(1);
+  CLI::App* seal = sub->add_subcommand(
+      "seal",
+      "read the plain message on standard input (ONE trailing newline is not part of it); print\n"
+      "the envelope text (Base64, CR LF after every 76 characters, \"+\" written \"%2B\")");
+  CLI::App* open = sub->add_subcommand(
+      "open",
+      "read an envelope text on standard input (line breaks and blanks ignored); print the\n"
+      "plain text, or exit 1 with \"cannot open: not Base64\" or \"cannot open: wrong key or\n"
+      "IV, or damaged text\". A wrong IV spoils only the first 16 bytes of a longer message");
+  for (CLI::App* mode : {seal, open}) {
+    mode->add_option("--key-file", o->key.keyFile,
+                     "file with the key on its first line (owner-only)");
+    mode->add_option("--key", o->key.key, "the key (discouraged: visible in the process list)");
+    auto* env = mode->add_option("--env", o->env, "use that gateway's built-in IV (default test)")
+                    ->check(CLI::IsMember({"test", "production"}));
+    mode->add_option("--iv", o->iv, "use this 16-character IV text instead")->excludes(env);
+  }
+  seal->callback([o] { o->seal = true; });
+  return {sub, [o] { return runEnvelope(*o); }};
+}
+
 }  // namespace ipg

@@ -1,235 +1,156 @@
 // ipg status | cancel | refund: ask the gateway about a transaction, cancel it or refund it,
 // through the library's own management operations, and print the record that comes back.
-#include <charconv>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
+#include <future>
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
-#include "Answer.h"
 #include "Command.h"
-#include "Output.h"
 #include "Credentials.h"
-#include "qipg/IPGResponseDelegate.h"
-#include "qipg/PaymentResponse.h"
+#include "Output.h"
+#include "Spinner.h"
+#include "qipg/Client.h"
 #include "qipg/QuandrelIPG.h"
-
-#ifdef QIPG_HAVE_SANDBOX
-#include "Sandbox.h"
-#endif
 
 namespace ipg {
 namespace {
 
 enum class Operation { kStatus, kCancel, kRefund };
 
-constexpr long kDefaultTimeLimitSeconds = 60;
-constexpr long kLongestTimeLimitSeconds = 3600;
+struct ManageOptions {
+  GatewayOptions gateway;
+  std::string order;
+  std::string ref;
+  std::string amount;
+  bool json = false;
+  long timeoutSeconds = 60;
+};
 
-const FlagSet kValueFlags = {
-    "order", "ref", "amount", "mid", "key", "env", "base-url", "ca-file", "timeout"};
-const FlagSet kBareFlags = {"json"};
-
-// One line about the first argument that is not known; absent when all are.
-std::optional<std::string> unknownArgument(const Args& args, Operation operation) {
-  if (operation != Operation::kRefund && (flagValue(args, "amount") || hasFlag(args, "amount"))) {
-    return "--amount is for refunds only";
+const char* nameOf(Operation operation) {
+  switch (operation) {
+    case Operation::kStatus:
+      return "status";
+    case Operation::kCancel:
+      return "cancel";
+    case Operation::kRefund:
+      return "refund";
   }
-  return ipg::unknownArgument(args, kValueFlags, kBareFlags);
+  return "";
 }
 
-// The overall time limit in seconds (--timeout, default 60); absent when malformed.
-std::optional<long> timeLimitSeconds(const Args& args) {
-  const std::optional<std::string> text = flagValue(args, "timeout");
-  if (!text) return kDefaultTimeLimitSeconds;
-  long value = 0;
-  const char* end = text->data() + text->size();
-  const auto [ptr, ec] = std::from_chars(text->data(), end, value);
-  if (text->empty() || ec != std::errc() || ptr != end || value < 1 ||
-      value > kLongestTimeLimitSeconds) {
-    return std::nullopt;
+int exitCodeOf(qipg::ErrorKind kind) {
+  switch (kind) {
+    case qipg::ErrorKind::Input:
+    case qipg::ErrorKind::Config:
+      return kExitUsage;
+    case qipg::ErrorKind::Http:
+    case qipg::ErrorKind::Unreadable:
+      return kExitUnreadable;
+    case qipg::ErrorKind::Network:
+    case qipg::ErrorKind::Timeout:
+    case qipg::ErrorKind::Tls:
+    case qipg::ErrorKind::Cancelled:
+    case qipg::ErrorKind::ShutDown:
+      break;
   }
-  return value;
+  return kExitNetwork;
 }
 
-bool isSet(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && *value != '\0';
+int fail(const std::string& command, qipg::ErrorKind kind, const std::string& message, bool json) {
+  printError(std::cout, std::cerr, command, std::string(qipg::errorKindName(kind)), message, json);
+  return exitCodeOf(kind);
 }
 
-bool isLoopbackURL(const std::string& url) {
-  for (const char* prefix :
-       {"https://127.", "https://localhost:", "https://localhost/", "https://[::1]"}) {
-    if (url.rfind(prefix, 0) == 0) return true;
-  }
-  return false;
-}
-
-// The gateway from the flags and the environment. A local sandbox's CA file (in its default
-// data directory) is trusted for a loopback gateway when no CA file is given.
-std::optional<qipg::GatewayConfig> gateway(const Args& args, std::uint64_t environment,
-                                           std::string& error) {
-  const bool test = environment == qipg::IPGEnvironmentTest;
-  Args withGateway = args;
-  if (!flagValue(args, "base-url") &&
-      !isSet(test ? "QIPG_TEST_BASE_URL" : "QIPG_PRODUCTION_BASE_URL")) {
-#ifdef QIPG_HAVE_SANDBOX
-    // A sandbox running in the foreground (`ipg sandbox`) is the default gateway.
-    if (auto running = qipg::sandbox::runningBaseURL(qipg::sandbox::defaultDataDir())) {
-      withGateway.push_back("--base-url=" + *running);
-    }
-#endif
-    if (!flagValue(withGateway, "base-url")) {
-      error = std::string("no gateway given: use --base-url or set ") +
-              (test ? "QIPG_TEST_BASE_URL" : "QIPG_PRODUCTION_BASE_URL") +
-              ", or start one with `ipg sandbox`";
-      return std::nullopt;
-    }
-  }
-  qipg::GatewayConfig config = gatewayConfig(withGateway, environment);
-#ifdef QIPG_HAVE_SANDBOX
-  const std::string& base = test ? config.testBaseURL : config.productionBaseURL;
-  if (config.caFile.empty() && isLoopbackURL(base)) {
-    const std::string dataDir = qipg::sandbox::defaultDataDir();
-    std::error_code ignored;
-    if (!dataDir.empty() && std::filesystem::is_regular_file(dataDir + "/ca.pem", ignored)) {
-      config.caFile = dataDir + "/ca.pem";
-    }
-  }
-#endif
-  return config;
-}
-
-int runManagement(const Args& args, Operation operation, const char* command) {
-  const std::string prefix = std::string("ipg ") + command + ": ";
-  if (std::optional<std::string> problem = unknownArgument(args, operation)) {
-    std::cerr << prefix << *problem << " (see ipg " << command << " --help)\n";
-    return 2;
-  }
+int runManagement(const ManageOptions& o, Operation operation) {
+  const std::string command = nameOf(operation);
   std::string error;
-  const std::optional<std::uint64_t> environment = environmentType(args, error);
-  const std::optional<long> limit = timeLimitSeconds(args);
-  if (!environment || !limit) {
-    std::cerr << prefix
-              << (environment ? "--timeout takes a whole number of seconds from 1 to 3600" : error)
-              << "\n";
-    return 2;
+  std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
+  MerchantCredentials credentials;
+  if (!gateway || !merchantCredentials(o.gateway, credentials, error)) {
+    return fail(command, qipg::ErrorKind::Config, error, o.json);
   }
-  std::optional<qipg::GatewayConfig> config = gateway(args, *environment, error);
-  if (!config) {
-    std::cerr << prefix << error << "\n";
-    return 2;
-  }
-  config->requestTimeoutMs = *limit * 1000;
-  if (qipg::Text problem = config->problem()) {
-    std::cerr << prefix << *problem << "\n";
-    return 2;
-  }
-  std::shared_ptr<qipg::QuandrelIPG> client = qipg::QuandrelIPG::create(*environment, *config);
-  if (!client) {
-    std::cerr << prefix << "cannot create the client (the HTTP transport did not start)\n";
-    return 1;
-  }
+  qipg::ClientOptions options;
+  options.environment = gateway->environment == qipg::IPGEnvironmentTest
+                            ? qipg::Environment::Test
+                            : qipg::Environment::Production;
+  options.gateway = gateway->config;
+  options.gateway.requestTimeoutMs = o.timeoutSeconds * 1000;
+  options.merchantID = credentials.mid.value_or("");
+  options.encryptionKey = credentials.key.value_or("");
+  qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
+  wipe(options.encryptionKey);
+  if (!made) return fail(command, made.error().kind, made.error().message, o.json);
+  const std::shared_ptr<qipg::Client>& client = made.value();
 
-  const auto answer = Answer::create();
-  const auto delegate = answer->delegate();
-  const MerchantCredentials credentials = merchantCredentials(args);
-  const qipg::Text order = flagValue(args, "order");
-  const qipg::Text ref = flagValue(args, "ref");
+  std::future<qipg::Result<qipg::PaymentResponse>> answer;
   switch (operation) {
     case Operation::kStatus:
-      client->getTransactionStatus(order, ref, credentials.mid, credentials.key, delegate);
+      answer = client->status({.orderID = o.order, .transactionRefNumber = o.ref});
       break;
     case Operation::kCancel:
-      client->cancelTransaction(order, ref, credentials.mid, credentials.key, delegate);
+      answer = client->cancel({.orderID = o.order, .transactionRefNumber = o.ref});
       break;
     case Operation::kRefund:
-      client->refundTransaction(order, ref, flagValue(args, "amount"), credentials.mid,
-                                credentials.key, delegate);
+      answer =
+          client->refund({.orderID = o.order, .transactionRefNumber = o.ref, .amount = o.amount});
       break;
   }
-  if (const std::optional<std::string> inputError = answer->inputError()) {
-    std::cerr << prefix << *inputError << "\n";
-    return 1;
+  {
+    // The client ends the call at the time limit; past it (and a grace), shutting the client
+    // down completes the call.
+    Spinner spinner;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.timeoutSeconds + 5);
+    while (answer.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
+      if (std::chrono::steady_clock::now() > end) client->shutdown();
+      spinner.tick();
+    }
   }
-  // The transport gives up by itself at the limit; the grace covers the rest.
-  answer->waitFor(std::chrono::seconds(*limit + 5));
-  const std::optional<qipg::PaymentResponse> response = answer->record();
+  const qipg::Result<qipg::PaymentResponse> result = answer.get();
   client->shutdown();
-  if (!response) {
-    std::cerr << prefix << "no answer within " << *limit << " s\n";
-    return 1;
-  }
-  printRecord(std::cout, *response, hasFlag(args, "json"));
-  return std::cout.flush() ? 0 : 1;
+  if (!result) return fail(command, result.error().kind, result.error().message, o.json);
+  printRecord(std::cout, result.value(), o.json);
+  return std::cout.flush() ? kExitOk : kExitFailed;
 }
 
-std::string usageFor(Operation operation) {
-  std::string text;
-  switch (operation) {
-    case Operation::kStatus:
-      text =
-          "usage: ipg status --order ID --ref N [CREDENTIALS] [--json] [--timeout SECONDS]\n"
-          "\n"
-          "Asks the gateway for the status of a transaction.\n";
-      break;
-    case Operation::kCancel:
-      text =
-          "usage: ipg cancel --order ID --ref N [CREDENTIALS] [--json] [--timeout SECONDS]\n"
-          "\n"
-          "Cancels an authorised, not yet captured transaction.\n";
-      break;
-    case Operation::kRefund:
-      text =
-          "usage: ipg refund --order ID --ref N --amount A [CREDENTIALS] [--json]\n"
-          "                  [--timeout SECONDS]\n"
-          "\n"
-          "Refunds (part of) a captured transaction.\n";
-      break;
-  }
-  text +=
-      "\n"
-      "Prints the record the gateway's answer gives, one \"property: value\" line each\n"
+Command addManagement(CLI::App& app, Operation operation, const std::string& summary) {
+  auto o = std::make_shared<ManageOptions>();
+  CLI::App* sub = app.add_subcommand(nameOf(operation), summary);
+  sub->footer(
+      "Prints the record of the gateway's answer, one \"property: value\" line each\n"
       "(\"(absent)\" for an absent value), or one JSON object with --json (null for absent).\n"
-      "A record with statusCode F means the gateway refused, or no usable answer came.\n"
-      "Exit status: 0 when a record arrived, 1 when the library refused the input (its\n"
-      "message is printed) or no answer came, 2 on a usage error.\n"
-      "\n"
-      "  --order ID          order ID of the transaction\n"
-      "  --ref N             the gateway's transaction reference number\n";
+      "A statusCode F is the gateway's verdict, with its reason in statusDescription.\n"
+      "Exit status: 0 a readable answer came back; 2 bad usage or input, or an unusable\n"
+      "configuration (nothing was sent); 3 no answer (Network, Timeout, Tls, Cancelled,\n"
+      "ShutDown); 4 an answer that could not be read (Unreadable) or an HTTP error (Http).\n"
+      "After a 3 or 4 from cancel or refund the operation may have been applied: check with\n"
+      "ipg status before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard "
+      "error, or with --json\n"
+      "as {\"error\": {\"kind\": ..., \"message\": ...}} on standard output.\n"
+      "While a call waits longer than a second, a spinner shows on a terminal.\n");
+  sub->add_option("--order", o->order, "order ID of the transaction")
+      ->required()
+      ->check(kNotAnOption);
+  sub->add_option("--ref", o->ref, "the gateway's transaction reference number")
+      ->required()
+      ->check(kNotAnOption);
   if (operation == Operation::kRefund) {
-    text += "  --amount A          amount to refund, e.g. 3.00\n";
+    sub->add_option("--amount", o->amount, "amount to refund, e.g. 3.00")->required();
   }
-  text +=
-      "  --json              print the record as JSON\n"
-      "  --timeout SECONDS   overall time limit (default 60)\n"
-      "\n";
-  text += kCredentialsHelp;
-  text +=
-      "The gateway is --base-url, else the environment, else the sandbox that `ipg sandbox`\n"
-      "runs in its default data directory. For a sandbox on this machine, its CA file is\n"
-      "found in that directory when none is given.\n";
-  return text;
+  sub->add_flag("--json", o->json, "print the record (or the error) as one JSON object");
+  sub->add_option("--timeout", o->timeoutSeconds, "overall time limit in seconds (default 60)")
+      ->check(CLI::Range(1L, 3600L));
+  addGatewayOptions(*sub, o->gateway);
+  return {sub, [o, operation] { return runManagement(*o, operation); }};
 }
-
-int runStatus(const Args& args) { return runManagement(args, Operation::kStatus, "status"); }
-int runCancel(const Args& args) { return runManagement(args, Operation::kCancel, "cancel"); }
-int runRefund(const Args& args) { return runManagement(args, Operation::kRefund, "refund"); }
-
-const Registration statusRegistration{{"status", "ask the gateway for a transaction's status",
-                                       usageFor(Operation::kStatus), &runStatus}};
-const Registration cancelRegistration{
-    {"cancel", "cancel an authorised transaction", usageFor(Operation::kCancel), &runCancel}};
-const Registration refundRegistration{{"refund", "refund (part of) a captured transaction",
-                                       usageFor(Operation::kRefund), &runRefund}};
 
 }  // namespace
+
+std::vector<Command> addManagementCommands(CLI::App& app) {
+  return {addManagement(app, Operation::kStatus, "ask the gateway for a transaction's status"),
+          addManagement(app, Operation::kCancel, "cancel an authorised, uncaptured transaction"),
+          addManagement(app, Operation::kRefund, "refund (part of) a captured transaction")};
+}
+
 }  // namespace ipg

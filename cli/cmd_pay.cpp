@@ -1,23 +1,47 @@
-// ipg pay: start a standard or card-capture payment.
-#include <charconv>
+// ipg pay: a standard or card-capture payment, in the payment window, without one (scripted,
+// against a sandbox on this machine), or just the request the library builds for it.
+#include <curl/curl.h>
+
+#include <array>
 #include <cstdint>
-#include <cstdio>
+#include <cstdlib>
 #include <iostream>
-#include <set>
+#include <memory>
+#include <optional>
 #include <string>
-#include <string_view>
 
 #include "Command.h"
-#include "Output.h"
 #include "Credentials.h"
-#include "PayRequest.h"
+#include "Output.h"
+#include "Sandbox.h"
+#include "ScriptedPayment.h"
 #include "qipg/IPGResponseDelegate.h"
+#include "qipg/QuandrelIPG.h"
 #ifdef QIPG_HAVE_GTK
 #include "qipg/PaymentWindow.h"
 #endif
 
 namespace ipg {
 namespace {
+
+struct PayOptions {
+  GatewayOptions gateway;
+  bool standard = false;
+  bool card = false;
+  std::string order;
+  std::string amount;
+  std::string currency = "INR";
+  std::string description = "ipg payment";
+  std::string type = "sale";
+  std::string paymentType = "credit";
+  std::array<std::string, 10> additional;
+  std::string cardFile;
+  bool cardStdin = false;
+  std::string testCard;
+  bool noWindow = false;
+  bool printRequest = false;
+  bool json = false;
+};
 
 // Records the message of a failed payment call.
 class FailureRecorder : public qipg::IPGResponseDelegate {
@@ -31,45 +55,118 @@ class FailureRecorder : public qipg::IPGResponseDelegate {
   std::optional<std::string> message_;
 };
 
-// The decimal value of `--name`; `fallback` when the flag is not there; absent (with
-// `error` set) when it is not a number.
-std::optional<std::uint64_t> numberFlag(const Args& args, std::string_view name,
-                                        std::uint64_t fallback, std::string& error) {
-  const std::optional<std::string> text = flagValue(args, name);
-  if (!text) return fallback;
-  std::uint64_t value = 0;
-  const char* end = text->data() + text->size();
-  const auto [ptr, ec] = std::from_chars(text->data(), end, value);
-  if (text->empty() || ec != std::errc() || ptr != end) {
-    error = "--" + std::string(name) + " must be a non-negative whole number";
-    return std::nullopt;
-  }
-  return value;
+struct Failure {
+  std::string message;
+  int exitCode;
+};
+
+std::string environmentValue(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? value : "";
 }
 
-qipg::Text textFlag(const Args& args, std::string_view name) { return flagValue(args, name); }
+// Number, expiry, CVV and holder, one a line.
+bool cardFromLines(const std::string& text, CardDetails& card) {
+  std::size_t at = 0;
+  for (std::string* part : {&card.number, &card.expiry, &card.cvv, &card.holder}) {
+    if (at > text.size()) return false;
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    *part = text.substr(at, end - at);
+    if (!part->empty() && part->back() == '\r') part->pop_back();
+    at = end + 1;
+  }
+  return !card.number.empty();
+}
 
-const FlagSet kValueFlags = {
-    "order", "amount", "currency",     "description", "type", "card-number", "expiry",
-    "cvv",   "holder", "payment-type", "add1",        "add2", "add3",        "add4",
-    "add5",  "add6",   "add7",         "add8",        "add9", "add10",       "mid",
-    "key",   "env",    "base-url",     "ca-file"};
-const FlagSet kBareFlags = {"standard", "card", "print-request", "json"};
+// The card from --test-card, --card-file, --card-stdin or QIPG_CARD_*; absent (with no
+// failure) when none of them gives one.
+std::optional<Failure> readCard(const PayOptions& o, const Gateway& gateway,
+                                std::unique_ptr<CardDetails>& card) {
+  auto details = std::make_unique<CardDetails>();
+  std::string error;
+  if (!o.testCard.empty()) {
+    const qipg::sandbox::TestCard* named = qipg::sandbox::findTestCard(o.testCard);
+    if (named == nullptr) {
+      std::string names;
+      for (const auto& c : qipg::sandbox::testCards())
+        names += std::string(names.empty() ? "" : ", ") + c.name;
+      return Failure{"no test card \"" + o.testCard + "\" (" + names + ")", kExitUsage};
+    }
+    if (!isLoopbackURL(gateway.baseURL)) {
+      return Failure{"test cards are for a sandbox on this machine, not " + gateway.baseURL,
+                     kExitUsage};
+    }
+    *details = {named->number, qipg::sandbox::testCardExpiry(*named), named->cvv, "Test Holder"};
+  } else if (!o.cardFile.empty() || o.cardStdin) {
+    std::optional<std::string> text;
+    if (o.cardStdin) {
+      text.emplace(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    } else {
+      text = readOwnerOnlyFile(o.cardFile, "card file", error);
+    }
+    if (!text) return Failure{error, kExitUsage};
+    const bool read = cardFromLines(*text, *details);
+    wipe(*text);
+    if (!read) {
+      return Failure{"the card takes four lines: number, expiry (MMYY), CVV, holder name",
+                     kExitUsage};
+    }
+  } else if (const std::string number = environmentValue("QIPG_CARD_NUMBER"); !number.empty()) {
+    *details = {number, environmentValue("QIPG_CARD_EXPIRY"), environmentValue("QIPG_CARD_CVV"),
+                environmentValue("QIPG_CARD_HOLDER")};
+  } else {
+    return std::nullopt;
+  }
+  card = std::move(details);
+  return std::nullopt;
+}
+
+// The payment page request, built through the library as an application builds it.
+std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway& gateway,
+                                             const CardDetails* card,
+                                             std::shared_ptr<qipg::QuandrelIPG>& client,
+                                             Failure& failure) {
+  std::string error;
+  MerchantCredentials credentials;
+  if (!merchantCredentials(o.gateway, credentials, error)) {
+    failure = {error, kExitUsage};
+    return std::nullopt;
+  }
+  client = qipg::QuandrelIPG::create(gateway.environment, gateway.config);
+  if (!client) {
+    failure = {"cannot create the client (the HTTP transport did not start)", kExitFailed};
+    return std::nullopt;
+  }
+  const std::uint64_t type = o.type == "sale" ? 1 : 0;  // S captures, P only authorises
+  const auto& a = o.additional;
+  auto recorder = std::make_shared<FailureRecorder>();
+  std::optional<qipg::URLRequest> request;
+  if (o.card) {
+    const std::uint64_t paymentType = o.paymentType == "credit" ? 0 : 1;
+    request = client->getCardCapturePaymentRequest(
+        o.order, o.amount, o.currency, o.description, type, card->holder, card->number,
+        card->expiry, card->cvv, paymentType, a[0], a[1], a[2], a[3], a[4], a[5], a[6], a[7], a[8],
+        a[9], credentials.mid, credentials.key, recorder);
+  } else {
+    request = client->getStandardPaymentRequest(
+        o.order, o.amount, o.currency, o.description, type, a[0], a[1], a[2], a[3], a[4], a[5],
+        a[6], a[7], a[8], a[9], credentials.mid, credentials.key, recorder);
+  }
+  if (!request) failure = {recorder->message().value_or("the library returned no request"), 2};
+  return request;
+}
 
 // The request as text: method and URL, the headers, a blank line and the body as it stands.
 // The body holds the sealed message and the MID only, never card data in clear.
 void printRequest(const qipg::URLRequest& request, bool json) {
   if (json) {
-    std::cout << "{\"method\":" << jsonString(request.httpMethod)
-              << ",\"url\":" << (request.url ? jsonString(*request.url) : "null")
-              << ",\"headers\":{";
-    bool first = true;
-    for (const auto& [name, value] : request.allHTTPHeaderFields) {
-      std::cout << (first ? "" : ",") << jsonString(name) << ":" << jsonString(value);
-      first = false;
-    }
-    std::cout << "},\"cachePolicy\":" << static_cast<unsigned>(request.cachePolicy)
-              << ",\"body\":" << jsonString(request.bodyText()) << "}\n";
+    nlohmann::ordered_json headers = nlohmann::ordered_json::object();
+    for (const auto& [name, value] : request.allHTTPHeaderFields) headers[name] = value;
+    std::cout << jsonLine({{"method", request.httpMethod},
+                           {"url", request.url ? nlohmann::ordered_json(*request.url) : nullptr},
+                           {"headers", headers},
+                           {"cachePolicy", static_cast<unsigned>(request.cachePolicy)},
+                           {"body", request.bodyText()}});
     return;
   }
   std::cout << request.httpMethod << " " << request.url.value_or("(no URL)") << "\n";
@@ -79,30 +176,28 @@ void printRequest(const qipg::URLRequest& request, bool json) {
   std::cout << "\n" << request.bodyText() << "\n";
 }
 
-// ---- the payment window
+// ---- the payment window: every window code path of the command is here.
 
 #ifdef QIPG_HAVE_GTK
 // The host of an absolute URL as WebKit names it (IPv6 without brackets); empty when none.
-std::string hostOf(std::string_view url) {
-  const std::size_t sep = url.find("://");
-  if (sep == std::string_view::npos) return {};
-  std::string_view authority = url.substr(sep + 3);
-  authority = authority.substr(0, authority.find_first_of("/?#"));
-  const std::size_t at = authority.rfind('@');
-  if (at != std::string_view::npos) authority.remove_prefix(at + 1);
-  if (!authority.empty() && authority.front() == '[') {
-    const std::size_t close = authority.find(']');
-    return close == std::string_view::npos ? std::string()
-                                           : std::string(authority.substr(1, close - 1));
+std::string hostOf(const std::string& url) {
+  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
+  char* host = nullptr;
+  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
+      curl_url_get(parsed.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
+    return {};
   }
-  return std::string(authority.substr(0, authority.find(':')));
+  std::string name = host;
+  curl_free(host);
+  if (name.size() > 2 && name.front() == '[') name = name.substr(1, name.size() - 2);
+  return name;
 }
 
-// Shows the payment page for `request` until the customer is done; prints the outcome.
-int openPaymentWindow(const qipg::URLRequest& request, const PaymentBuild& build, bool json) {
+int openPaymentWindow(const qipg::URLRequest& request, const qipg::QuandrelIPG& client,
+                      bool cardCapture, bool json) {
   qipg::PaymentWindowOptions options;
-  options.gateway = build.client->config();
-  options.title = build.cardCapture ? "Card payment" : "Payment";
+  options.gateway = client.config();
+  options.title = cardCapture ? "Card payment" : "Payment";
   if (!options.gateway.caFile.empty() && request.url) {
     options.trustedCAFile = options.gateway.caFile;
     options.trustedHost = hostOf(*request.url);
@@ -112,136 +207,139 @@ int openPaymentWindow(const qipg::URLRequest& request, const PaymentBuild& build
       qipg::runPaymentWindow(request, options, &error);
   if (!outcome) {
     std::cerr << "ipg pay: " << error << "\n";
-    return 1;
+    return kExitFailed;
   }
   if (outcome->cancelled) {
     std::cout << (json ? "{\"cancelled\":true}" : "cancelled by the customer") << "\n";
-    return 1;
+    return kExitFailed;
   }
   printRecord(std::cout, outcome->response, json);
-  return std::cout.flush() ? 0 : 1;
+  return std::cout.flush() ? kExitOk : kExitFailed;
 }
 #else
-int openPaymentWindow(const qipg::URLRequest&, const PaymentBuild&, bool) {
-  std::cerr << "ipg pay: the payment window is not available in this build; use "
-               "--print-request to see the request\n";
-  return 1;
+int openPaymentWindow(const qipg::URLRequest&, const qipg::QuandrelIPG&, bool, bool) {
+  std::cerr << "ipg pay: the payment window is not available in this build; use --no-window "
+               "against a sandbox, or --print-request\n";
+  return kExitFailed;
 }
 #endif
 
-const char* const kUsage =
-    "usage: ipg pay --standard|--card [FIELDS] [CREDENTIALS] [--print-request] [--json]\n"
-    "\n"
-    "Builds the payment page request through the library, exactly as an application would\n"
-    "get it, and prints it: method, URL, headers and body. The body carries the sealed\n"
-    "message and the MID; card number and CVV are never printed. With --json, one JSON\n"
-    "object. When the library refuses the input, its message is printed and ipg exits 1.\n"
-    "Without --print-request the payment opens in a window, as a customer would see it;\n"
-    "when the gateway's final page has been read, its record is printed (with --json as\n"
-    "one JSON object) and ipg exits 0; when the customer cancels, it prints \"cancelled by\n"
-    "the customer\" and exits 1. A CA file (--ca-file or QIPG_CA_FILE) is trusted by the\n"
-    "window for the gateway's host only.\n"
-    "\n";
-
-int runPay(const Args& args) {
-  if (std::optional<std::string> problem = unknownArgument(args, kValueFlags, kBareFlags)) {
-    std::cerr << "ipg pay: " << *problem << " (see ipg pay --help)\n";
-    return 2;
+int runPay(const PayOptions& o) {
+  std::string error;
+  const std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
+  if (!gateway) {
+    std::cerr << "ipg pay: " << error << "\n";
+    return kExitUsage;
   }
-  PaymentBuild build;
-  const std::optional<qipg::URLRequest> request = buildPaymentRequest(args, build);
+  if (o.card && o.paymentType == "netbanking") {
+    std::cerr << "ipg pay: net banking is not offered by the library's card capture; use "
+                 "--payment-type credit or debit, or --standard\n";
+    return kExitUsage;
+  }
+  std::unique_ptr<CardDetails> card;
+  if (const std::optional<Failure> failure = readCard(o, *gateway, card)) {
+    std::cerr << "ipg pay: " << failure->message << "\n";
+    return failure->exitCode;
+  }
+  if (o.card && !card) {
+    std::cerr << "ipg pay: --card needs a card: --test-card NAME, --card-file FILE, "
+                 "--card-stdin or QIPG_CARD_NUMBER, QIPG_CARD_EXPIRY, QIPG_CARD_CVV, "
+                 "QIPG_CARD_HOLDER\n";
+    return kExitUsage;
+  }
+  std::shared_ptr<qipg::QuandrelIPG> client;
+  Failure failure{"", kExitOk};
+  const std::optional<qipg::URLRequest> request =
+      buildRequest(o, *gateway, card.get(), client, failure);
   if (!request) {
-    std::cerr << "ipg pay: " << build.error << "\n";
-    return build.exitCode;
+    std::cerr << "ipg pay: " << failure.message << "\n";
+    return failure.exitCode;
   }
-  if (!hasFlag(args, "print-request")) {
-    return openPaymentWindow(*request, build, hasFlag(args, "json"));
+  if (o.printRequest) {
+    printRequest(*request, o.json);
+    return std::cout.flush() ? kExitOk : kExitFailed;
   }
-  printRequest(*request, hasFlag(args, "json"));
-  return std::cout.flush() ? 0 : 1;
+  if (!o.noWindow) return openPaymentWindow(*request, *client, o.card, o.json);
+  const std::optional<qipg::PaymentResponse> record =
+      payWithoutWindow(*request, card.get(), gateway->config, error);
+  if (!record) {
+    std::cerr << "ipg pay: " << error << "\n";
+    return kExitFailed;
+  }
+  printRecord(std::cout, *record, o.json);
+  return std::cout.flush() ? kExitOk : kExitFailed;
 }
-
-std::string usageText() {
-  return std::string(kUsage) + kPaymentFlagsHelp + "\n" + kCredentialsHelp;
-}
-
-const Registration registration{
-    {"pay", "build a standard or card-capture payment request", usageText(), &runPay}};
 
 }  // namespace
 
-const char* const kPaymentFlagsHelp =
-    "payment:\n"
-    "  --standard | --card      standard payment (gateway's pages) or card capture\n"
-    "  --order ID               order ID (letters and digits, at most 30)\n"
-    "  --amount AMOUNT          amount, digits and \".\" (e.g. 10.50)\n"
-    "  --currency INR|USD       currency\n"
-    "  --description TEXT       description (checked; carried only by card capture)\n"
-    "  --type N                 0 purchase (P), 1 sale (S); default 0\n"
-    "  --add1 .. --add10 TEXT   additional fields (default empty)\n"
-    "card capture:\n"
-    "  --card-number DIGITS  --expiry MMYY  --cvv DIGITS  --holder NAME\n"
-    "  --payment-type N         0 credit card (CC), anything else debit card (DC); default 0\n"
-    "output:\n"
-    "  --print-request          print the request instead of opening the payment window\n"
-    "  --json                   print it as a JSON object\n";
-
-std::optional<qipg::URLRequest> buildPaymentRequest(const Args& args, PaymentBuild& build) {
-  const bool standard = hasFlag(args, "standard");
-  build.cardCapture = hasFlag(args, "card");
-  if (standard == build.cardCapture) {
-    build.error = "give exactly one of --standard and --card";
-    build.exitCode = 2;
-    return std::nullopt;
+Command addPayCommand(CLI::App& app) {
+  auto o = std::make_shared<PayOptions>();
+  CLI::App* sub = app.add_subcommand("pay", "make a standard or card-capture payment");
+  sub->footer(
+      "Builds the payment page request through the library, exactly as an application gets\n"
+      "it, and completes it: in the payment window, as a customer would; with --no-window by\n"
+      "posting the gateway's forms over HTTPS as the window would (a sandbox on this machine\n"
+      "only: a merchant's CI); or with --print-request just prints it (method, URL, headers,\n"
+      "body: the sealed message and the MID). The final page's record is printed, one\n"
+      "\"property: value\" line each or one JSON object with --json, and ipg exits 0; a\n"
+      "statusCode F is the gateway's verdict. When the library refuses the input, its message\n"
+      "is printed and ipg exits 2; a cancelled window or an unreachable page exits 1.\n");
+  auto* standard = sub->add_flag("--standard", o->standard,
+                                 "standard payment: the customer enters the card on the\n"
+                                 "gateway's card form");
+  auto* card = sub->add_flag("--card", o->card,
+                             "card capture: the card is sent sealed in the request, the gateway\n"
+                             "only asks for confirmation");
+  standard->excludes(card);
+  sub->add_option("--order", o->order, "order ID (letters and digits, at most 30)");
+  sub->add_option("--amount", o->amount, "amount, digits and \".\" (e.g. 10.50)");
+  sub->add_option("--currency", o->currency, "INR (default) or USD");
+  sub->add_option("--description", o->description, "description (default \"ipg payment\")");
+  sub->add_option("--type", o->type,
+                  "sale (default): authorised and captured at once (S), so it can be refunded;\n"
+                  "preauth: authorised only (P), to be cancelled (or captured later)")
+      ->check(CLI::IsMember({"sale", "preauth"}));
+  sub->add_option("--payment-type", o->paymentType,
+                  "card capture: credit (CC, default) or debit (DC) card; netbanking (NB)\n"
+                  "is not offered by the library's card capture")
+      ->check(CLI::IsMember({"credit", "debit", "netbanking"}));
+  for (std::size_t i = 0; i < o->additional.size(); ++i) {
+    sub->add_option("--add" + std::to_string(i + 1), o->additional[i],
+                    i == 0 ? "additional fields 1 to 10 (default empty)" : "")
+        ->group(i == 0 ? "Options" : "");
   }
-  std::string error;
-  const std::optional<std::uint64_t> type = numberFlag(args, "type", 0, error);
-  const std::optional<std::uint64_t> paymentType = numberFlag(args, "payment-type", 0, error);
-  const std::optional<std::uint64_t> environment = environmentType(args, error);
-  if (!type || !paymentType || !environment) {
-    build.error = error;
-    build.exitCode = 2;
-    return std::nullopt;
-  }
-
-  const qipg::GatewayConfig config = gatewayConfig(args, *environment);
-  if (qipg::Text problem = config.problem()) {
-    build.error = *problem;
-    build.exitCode = 1;
-    return std::nullopt;
-  }
-  build.client = qipg::QuandrelIPG::create(*environment, config);
-  if (!build.client) {
-    build.error = "cannot create the client (the HTTP transport did not start)";
-    build.exitCode = 1;
-    return std::nullopt;
-  }
-
-  qipg::Text add[10];
-  for (int i = 0; i < 10; ++i) {
-    add[i] = flagValue(args, "add" + std::to_string(i + 1)).value_or("");
-  }
-  const MerchantCredentials credentials = merchantCredentials(args);
-  auto recorder = std::make_shared<FailureRecorder>();
-  std::optional<qipg::URLRequest> request;
-  if (build.cardCapture) {
-    request = build.client->getCardCapturePaymentRequest(
-        textFlag(args, "order"), textFlag(args, "amount"), textFlag(args, "currency"),
-        textFlag(args, "description"), *type, textFlag(args, "holder"),
-        textFlag(args, "card-number"), textFlag(args, "expiry"), textFlag(args, "cvv"),
-        *paymentType, add[0], add[1], add[2], add[3], add[4], add[5], add[6], add[7], add[8],
-        add[9], credentials.mid, credentials.key, recorder);
-  } else {
-    request = build.client->getStandardPaymentRequest(
-        textFlag(args, "order"), textFlag(args, "amount"), textFlag(args, "currency"),
-        textFlag(args, "description"), *type, add[0], add[1], add[2], add[3], add[4], add[5],
-        add[6], add[7], add[8], add[9], credentials.mid, credentials.key, recorder);
-  }
-  if (!request) {
-    build.error = recorder->message().value_or("the library returned no request");
-    build.exitCode = 1;
-  }
-  return request;
+  auto* testCard =
+      sub->add_option(
+             "--test-card", o->testCard,
+             "a sandbox test card by name: approve, approve-mc, decline, gateway-error, unknown,\n"
+             "invalid-number, expired (a loopback gateway only)")
+          ->group("Card");
+  auto* cardFile = sub->add_option("--card-file", o->cardFile,
+                                   "file with number, expiry (MMYY), CVV and holder name, one\n"
+                                   "a line; must be owner-only (chmod 600)")
+                       ->group("Card");
+  auto* cardStdin = sub->add_flag("--card-stdin", o->cardStdin,
+                                  "read those four lines from standard input. Else the card\n"
+                                  "comes from QIPG_CARD_NUMBER, QIPG_CARD_EXPIRY,\n"
+                                  "QIPG_CARD_CVV and QIPG_CARD_HOLDER")
+                        ->group("Card");
+  testCard->excludes(cardFile)->excludes(cardStdin);
+  cardFile->excludes(cardStdin);
+  auto* noWindow = sub->add_flag("--no-window", o->noWindow,
+                                 "complete the payment over HTTPS without a window, with the\n"
+                                 "card given (a sandbox on this machine only)")
+                       ->group("Output");
+  auto* print =
+      sub->add_flag("--print-request", o->printRequest, "print the request instead of paying")
+          ->group("Output");
+  noWindow->excludes(print);
+  sub->add_flag("--json", o->json, "print the record or request as one JSON object")
+      ->group("Output");
+  addGatewayOptions(*sub, o->gateway);
+  sub->callback([o] {
+    if (!o->standard && !o->card) throw CLI::RequiredError("--standard or --card");
+  });
+  return {sub, [o] { return runPay(*o); }};
 }
 
 }  // namespace ipg

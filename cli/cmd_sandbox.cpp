@@ -1,22 +1,14 @@
-// ipg sandbox: runs the local sandbox gateway in the foreground, with ipg-sandbox's flags.
-#ifdef QIPG_HAVE_SANDBOX
-
+// ipg sandbox: runs the local sandbox gateway in the foreground, with ipg-sandbox's options.
 #include <iostream>
 
 #include "Command.h"
-#include "Sandbox.h"
+#include "CommandLine.h"
 
 namespace ipg {
-namespace {
 
-int runSandbox(const Args& args) {
-  return qipg::sandbox::runCommandLine(args, std::cout, std::cerr, "ipg sandbox");
+Command addSandboxCommand(CLI::App& app) {
+  CLI::App* sub = app.add_subcommand("sandbox", "run the local sandbox gateway in the foreground");
+  return {sub, qipg::sandbox::defineCommandLine(*sub, std::cout, std::cerr, "ipg sandbox")};
 }
 
-const Registration reg{{"sandbox", "run the local sandbox gateway in the foreground",
-                        qipg::sandbox::usage("ipg sandbox"), &runSandbox}};
-
-}  // namespace
 }  // namespace ipg
-
-#endif  // QIPG_HAVE_SANDBOX

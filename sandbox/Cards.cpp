@@ -1,7 +1,9 @@
 #include "Cards.h"
 
+#include <cstdio>
 #include <ctime>
 
+#include "Sandbox.h"
 #include "Text.h"
 
 namespace qipg::sandbox::internal {
@@ -104,3 +106,37 @@ CardOutcome outcomeFromName(std::string_view name) {
 }
 
 }  // namespace qipg::sandbox::internal
+
+namespace qipg::sandbox {
+
+const std::vector<TestCard>& testCards() {
+  static const std::vector<TestCard> cards = {
+      {"approve", "4111111111111111", "123", false, "S", "Transaction successful"},
+      {"approve-mc", "5555555555554444", "321", false, "S", "Transaction successful"},
+      {"decline", "4000000000000002", "123", false, "F", "Declined by issuer"},
+      {"gateway-error", "4000000000009995", "123", false, "F",
+       "Gateway error: the issuer did not answer"},
+      {"unknown", "4242424242424242", "123", false, "F", "Declined: unknown test card"},
+      {"invalid-number", "4111111111111112", "123", false, "F", "Invalid card number"},
+      {"expired", "4111111111111111", "123", true, "F", "Card expired"},
+  };
+  return cards;
+}
+
+const TestCard* findTestCard(const std::string& name) {
+  for (const TestCard& card : testCards()) {
+    if (name == card.name) return &card;
+  }
+  return nullptr;
+}
+
+std::string testCardExpiry(const TestCard& card) {
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  gmtime_r(&now, &utc);
+  char text[8];
+  std::snprintf(text, sizeof text, "12%02d", (utc.tm_year + 1900 + (card.expired ? -2 : 3)) % 100);
+  return text;
+}
+
+}  // namespace qipg::sandbox

@@ -1,122 +1,110 @@
 // The foreground runner shared by ipg-sandbox and `ipg sandbox`.
-#include <pthread.h>
-#include <signal.h>
+#include "CommandLine.h"
 
 #include <fcntl.h>
+#include <httplib.h>
+#include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <mutex>
-#include <ostream>
+#include <nlohmann/json.hpp>
 
 #include "Sandbox.h"
 
 namespace qipg::sandbox {
 namespace {
 
-struct Flags {
+struct Settings {
   Options options;
-  bool help = false;
+  bool readyJson = false;
+  bool printEnv = false;
+  std::vector<std::string> merchants;  // MID:KEY
+  std::vector<std::string> faults;     // ENDPOINT=KIND
+  std::string faultEndpoint;
+  std::string faultKind;
 };
 
-// Parses the flags; a one-line complaint in `error` on failure.
-bool parseFlags(const std::vector<std::string>& args, Flags* flags, std::string* error) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    std::string name = args[i];
-    std::optional<std::string> value;
-    if (name == "--help" || name == "-h") {
-      flags->help = true;
-      continue;
-    }
-    if (name.rfind("--", 0) != 0) {
-      *error = "unexpected argument: " + name;
-      return false;
-    }
-    if (const std::size_t eq = name.find('='); eq != std::string::npos) {
-      value = name.substr(eq + 1);
-      name = name.substr(0, eq);
-    } else if (i + 1 < args.size()) {
-      value = args[++i];
-    }
-    if (name != "--port" && name != "--data-dir" && name != "--merchant" &&
-        name != "--environment") {
-      *error = "unknown flag: " + name;
-      return false;
-    }
-    if (!value) {
-      *error = name + " needs a value";
-      return false;
-    }
-    if (name == "--port") {
-      if (value->empty() || value->size() > 5 ||
-          value->find_first_not_of("0123456789") != std::string::npos ||
-          std::stoi(*value) > 65535) {
-        *error = "--port takes a number from 0 to 65535";
-        return false;
-      }
-      flags->options.port = std::stoi(*value);
-    } else if (name == "--data-dir") {
-      flags->options.dataDir = *value;
-    } else if (name == "--environment") {
-      if (*value != "test" && *value != "production") {
-        *error = "--environment takes test or production";
-        return false;
-      }
-      flags->options.environment = *value;
-    } else {
-      const std::size_t colon = value->find(':');
-      if (colon == std::string::npos) {
-        *error = "--merchant takes MID:KEY";
-        return false;
-      }
-      flags->options.merchants.push_back({value->substr(0, colon), value->substr(colon + 1)});
-    }
-  }
-  return true;
+// A word for a POSIX shell, in single quotes.
+std::string shellQuoted(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
 }
 
-}  // namespace
-
-std::string usage(const std::string& program) {
-  return "usage: " + program +
-         " [--port N] [--data-dir DIR] [--merchant MID:KEY]... [--environment test|production]\n"
-         "\n"
-         "Runs the Quandrel IPG sandbox gateway on https://127.0.0.1:PORT/ipg/ in the\n"
-         "foreground until interrupted (Ctrl-C or SIGTERM). No real money moves.\n"
-         "\n"
-         "  --port N             port to listen on; 0 (the default) picks a free one\n"
-         "  --data-dir DIR       database, certificates and CA file\n"
-         "                       (default ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox)\n"
-         "  --merchant MID:KEY   add a merchant, or change its key (repeatable); MID 1-15 and\n"
-         "                       KEY 1-32 ASCII letters and digits\n"
-         "  --environment ENV    test (default) or production: which envelope IV to use\n"
-         "  --help               this text\n"
-         "\n"
-         "The sandbox always knows the test merchant QIPGTEST0001 (its key is in\n"
-         "docs/SANDBOX.md). It prints its base URL and the CA file that clients must trust.\n";
+std::string firstLine(const std::string& path) {
+  std::ifstream in(path);
+  std::string line;
+  std::getline(in, line);
+  return line;
 }
 
-int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
-                   const std::string& program) {
-  Flags flags;
-  std::string error;
-  if (!parseFlags(args, &flags, &error)) {
-    err << program << ": " << error << "\n" << usage(program);
-    return 2;
+// Sets a fault on the sandbox that runs in `dataDir`, through its admin endpoint.
+int setFaultOnRunning(const Settings& s, std::ostream& out, std::ostream& err,
+                      const std::string& program) {
+  const std::string& dir = s.options.dataDir;
+  const std::optional<std::string> base = runningBaseURL(dir);
+  if (!base) {
+    err << program << ": no sandbox is running in " << dir << "\n";
+    return 1;
   }
-  if (flags.help) {
-    out << usage(program);
-    return 0;
+  httplib::Client client(base->substr(0, base->find('/', 8)));
+  client.set_ca_cert_path((dir + "/ca.pem").c_str());
+  client.enable_server_certificate_verification(true);
+  client.set_connection_timeout(5, 0);
+  client.set_read_timeout(10, 0);
+  const httplib::Headers headers = {{"X-Sandbox-Token", firstLine(adminTokenFile(dir))}};
+  const httplib::Params form = {{"endpoint", s.faultEndpoint}, {"kind", s.faultKind}};
+  const auto res = client.Post("/sandbox/fault", headers, form);
+  if (!res) {
+    err << program << ": the sandbox at " << *base << " did not answer ("
+        << httplib::to_string(res.error()) << ")\n";
+    return 1;
   }
-  if (flags.options.dataDir.empty()) flags.options.dataDir = defaultDataDir();
-  if (flags.options.dataDir.empty()) {
+  if (res->status != 200) {
+    err << program << ": " << (res->status == 400 ? res->body : "refused: " + res->body);
+    return res->status == 400 ? 2 : 1;
+  }
+  out << s.faultEndpoint << ": " << s.faultKind << "\n";
+  return 0;
+}
+
+int runSandbox(Settings& s, std::ostream& out, std::ostream& err, const std::string& program) {
+  if (s.options.dataDir.empty()) {
     err << program << ": no --data-dir given and neither XDG_DATA_HOME nor HOME is set\n";
     return 2;
   }
+  for (const std::string& merchant : s.merchants) {
+    const std::size_t colon = merchant.find(':');
+    s.options.merchants.push_back({merchant.substr(0, colon), merchant.substr(colon + 1)});
+  }
+  if (!s.merchants.empty()) {
+    err << program << ": warning: --merchant puts a key in the process list\n";
+  }
+  struct Start {
+    Endpoint endpoint;
+    Fault fault;
+    std::chrono::milliseconds delay;
+  };
+  std::vector<Start> faults;
+  for (const std::string& text : s.faults) {
+    const std::size_t equals = text.find('=');
+    Start start{};
+    std::string error;
+    if (equals == std::string::npos ||
+        !parseFault(text.substr(0, equals), text.substr(equals + 1), &start.endpoint, &start.fault,
+                    &start.delay, &error)) {
+      err << program
+          << ": --fault: " << (equals == std::string::npos ? "takes ENDPOINT=KIND" : error) << "\n";
+      return 2;
+    }
+    faults.push_back(start);
+  }
 
   auto logMutex = std::make_shared<std::mutex>();
-  flags.options.log = [&err, logMutex](const std::string& line) {
+  s.options.log = [&err, logMutex](const std::string& line) {
     std::lock_guard<std::mutex> lock(*logMutex);
     err << line << std::endl;
   };
@@ -130,20 +118,14 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
   sigset_t previous;
   pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
 
-  auto sandbox = Sandbox::start(flags.options, &error);
+  std::string error;
+  auto sandbox = Sandbox::start(s.options, &error);
   if (!sandbox) {
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     err << program << ": " << error << "\n";
     return 1;
   }
-  out << "base URL: " << sandbox->baseURL() << "\n"
-      << "CA file: " << sandbox->caFile() << std::endl;
-  {
-    std::lock_guard<std::mutex> lock(*logMutex);
-    err << program << ": " << sandbox->environment() << " environment, data in "
-        << sandbox->dataDir() << ", test merchant " << kTestMerchantId << "; press Ctrl-C to stop"
-        << std::endl;
-  }
+  for (const Start& f : faults) sandbox->setFault(f.endpoint, f.fault, f.delay);
 
   const std::string runningFile = sandbox->dataDir() + "/running";
   if (const int fd = ::open(runningFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -154,6 +136,30 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
     if (!written) ::unlink(runningFile.c_str());
   }
 
+  if (s.readyJson) {
+    const nlohmann::ordered_json ready = {{"baseURL", sandbox->baseURL()},
+                                          {"caFile", sandbox->caFile()},
+                                          {"mid", kTestMerchantId},
+                                          {"port", sandbox->port()},
+                                          {"dataDir", sandbox->dataDir()}};
+    out << ready.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)
+        << std::endl;
+  } else if (s.printEnv) {
+    out << "export QIPG_TEST_BASE_URL=" << shellQuoted(sandbox->baseURL()) << "\n"
+        << "export QIPG_CA_FILE=" << shellQuoted(sandbox->caFile()) << "\n"
+        << "export QIPG_MID=" << shellQuoted(kTestMerchantId) << "\n"
+        << "export QIPG_KEY=" << shellQuoted(kTestMerchantKey) << std::endl;
+  } else {
+    out << "base URL: " << sandbox->baseURL() << "\n"
+        << "CA file: " << sandbox->caFile() << std::endl;
+  }
+  {
+    std::lock_guard<std::mutex> lock(*logMutex);
+    err << program << ": " << sandbox->environment() << " environment, data in "
+        << sandbox->dataDir() << ", test merchant " << kTestMerchantId << "; press Ctrl-C to stop"
+        << std::endl;
+  }
+
   int signal = 0;
   sigwait(&stopSignals, &signal);
   ::unlink(runningFile.c_str());
@@ -162,6 +168,75 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   err << program << ": stopped" << std::endl;
   return 0;
+}
+
+}  // namespace
+
+std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::ostream& err,
+                                       const std::string& program) {
+  auto s = std::make_shared<Settings>();
+  s->options.port = kDefaultPort;
+  s->options.dataDir = defaultDataDir();
+  app.footer(
+      "Runs the Quandrel IPG sandbox gateway on https://127.0.0.1:PORT/ipg/ in the foreground\n"
+      "until interrupted (Ctrl-C or SIGTERM). No real money moves. It always knows the test\n"
+      "merchant QIPGTEST0001 (key in docs/SANDBOX.md) and prints its base URL and the CA file\n"
+      "that clients must trust.\n");
+  app.add_option("--port", s->options.port,
+                 "port to listen on (default 4431; an error when taken; 0: any free port)")
+      ->check(CLI::Range(0, 65535));
+  app.add_option("--data-dir", s->options.dataDir,
+                 "database, certificates and CA file\n"
+                 "(default ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox)");
+  app.add_option("--merchant", s->merchants,
+                 "add a merchant or change its key (repeatable); MID 1-15 and KEY 1-32 ASCII\n"
+                 "letters and digits. The key shows in the process list: a test key only")
+      ->check(CLI::Validator(
+          [](std::string& v) { return v.find(':') == std::string::npos ? "takes MID:KEY" : ""; },
+          ""))
+      ->type_name("MID:KEY");
+  app.add_option("--environment", s->options.environment,
+                 "test (default) or production: which envelope IV to use")
+      ->check(CLI::IsMember({"test", "production"}));
+  auto* ready = app.add_flag("--ready-json", s->readyJson,
+                             "once listening, print one JSON line on standard output:\n"
+                             "{\"baseURL\", \"caFile\", \"mid\", \"port\", \"dataDir\"}");
+  app.add_flag("--print-env", s->printEnv,
+               "once listening, print export lines for QIPG_TEST_BASE_URL, QIPG_CA_FILE,\n"
+               "QIPG_MID and QIPG_KEY (the test merchant's)")
+      ->excludes(ready);
+  app.add_option(
+         "--fault", s->faults,
+         "spoil every answer of an endpoint from the start (repeatable). ENDPOINT: status,\n"
+         "cancel, refund, pay, pay-card, invoice. KIND: http500, garbage, not-utf8, huge,\n"
+         "hang, delay=MS, close, wrong-key, none")
+      ->type_name("ENDPOINT=KIND");
+
+  CLI::App* fault = app.add_subcommand(
+      "fault", "set a fault on the sandbox running in the data directory (KIND none lifts it)");
+  fault->add_option("endpoint", s->faultEndpoint, "status, cancel, refund, pay, pay-card, invoice")
+      ->required();
+  fault
+      ->add_option("kind", s->faultKind,
+                   "http500, garbage, not-utf8, huge, hang, delay=MS, close, wrong-key, none")
+      ->required();
+  fault->add_option("--data-dir", s->options.dataDir, "the running sandbox's data directory");
+  app.require_subcommand(0, 1);
+
+  return [s, fault, &out, &err, program]() {
+    if (fault->parsed()) {
+      std::string error;
+      Endpoint endpoint{};
+      Fault f{};
+      std::chrono::milliseconds delay{};
+      if (!parseFault(s->faultEndpoint, s->faultKind, &endpoint, &f, &delay, &error)) {
+        err << program << " fault: " << error << "\n";
+        return 2;
+      }
+      return setFaultOnRunning(*s, out, err, program + " fault");
+    }
+    return runSandbox(*s, out, err, program);
+  };
 }
 
 std::optional<std::string> runningBaseURL(const std::string& dataDir) {

@@ -158,6 +158,19 @@ TransactionInfo info(const TxnRecord& r) {
 
 }  // namespace
 
+Fault magicFault(std::int64_t amountMinor) {
+  switch (amountMinor % 100) {
+    case kMagicDelayCents:
+      return Fault::kDelay;
+    case kMagicHttp500Cents:
+      return Fault::kHttp500;
+    case kMagicCloseCents:
+      return Fault::kClose;
+    default:
+      return Fault::kNone;
+  }
+}
+
 std::string paymentResult(const TxnRecord& r) {
   std::vector<std::string> f = {
       r.orderId,
@@ -283,7 +296,9 @@ Reply Gateway::answerStatus(const std::string& key, const std::vector<std::strin
        v.description};
   for (const std::string& a : r.additional) f.push_back(a);
   f.resize(22);
-  return sealed(key, f);
+  Reply reply = sealed(key, f);
+  reply.fault = magicFault(r.amountMinor);
+  return reply;
 }
 
 namespace {
@@ -292,8 +307,11 @@ namespace {
 // empty) and the 16-field answer made from them.
 struct OperationAnswer {
   explicit OperationAnswer(const std::vector<std::string>& slots)
-      : mid(slots[0]), orderId(slotValue(slots[1])), ref(slotValue(slots[2])),
-        amount(slotValue(slots[3])), f(16) {
+      : mid(slots[0]),
+        orderId(slotValue(slots[1])),
+        ref(slotValue(slots[2])),
+        amount(slotValue(slots[3])),
+        f(16) {
     f[0] = ref;
     f[1] = orderId;
     for (std::size_t i = 0; i < 10; ++i) f[6 + i] = slotValue(slots[4 + i]);
@@ -351,7 +369,9 @@ Reply Gateway::answerCancel(const std::string& key, const std::vector<std::strin
   const auto operationId = store_.saveOperation(r, "cancel", r.amountMinor);
   if (!operationId) return answer("F", "Cancel failed: the sandbox could not store it");
   op.f[2] = *operationId;
-  return answer("S", "Transaction cancelled");
+  Reply reply = answer("S", "Transaction cancelled");
+  reply.fault = magicFault(r.amountMinor);
+  return reply;
 }
 
 Reply Gateway::answerRefund(const std::string& key, const std::vector<std::string>& slots) {
@@ -393,9 +413,12 @@ Reply Gateway::answerRefund(const std::string& key, const std::vector<std::strin
   op.f[2] = *operationId;
   op.f[3] = formatAmount(*minor);
   const std::int64_t rest = r.capturedMinor - r.refundedMinor;
-  return answer("S", "Refund of " + formatAmount(*minor) + " " + r.currency + " accepted; " +
-                         (rest == 0 ? std::string("fully refunded")
-                                    : formatAmount(rest) + " " + r.currency + " left to refund"));
+  Reply reply =
+      answer("S", "Refund of " + formatAmount(*minor) + " " + r.currency + " accepted; " +
+                      (rest == 0 ? std::string("fully refunded")
+                                 : formatAmount(rest) + " " + r.currency + " left to refund"));
+  reply.fault = magicFault(*minor) != Fault::kNone ? magicFault(*minor) : magicFault(r.amountMinor);
+  return reply;
 }
 
 Reply Gateway::paymentPage(const std::string& body) { return payment(false, body); }

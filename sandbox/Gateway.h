@@ -24,7 +24,11 @@ struct Reply {
   int status = 200;
   std::string contentType;
   std::string body;
+  Fault fault = Fault::kNone;  // a magic amount's fault, applied by the server to this answer
 };
+
+// The fault that a magic amount (see Sandbox.h) asks for; kNone for any other amount.
+Fault magicFault(std::int64_t amountMinor);
 
 class Gateway {
  public:

@@ -1,11 +1,15 @@
 #include "Sandbox.h"
 
+#include <fcntl.h>
 #include <httplib.h>
+#include <openssl/crypto.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -31,6 +35,11 @@ namespace {
 
 constexpr std::size_t kEndpointCount = 6;
 constexpr std::size_t kHugeAnswerBytes = 5u * 1024 * 1024;
+// Workers serving connections. Each connection holds one while it is open, so this many idle
+// or slow peers are needed to keep a request waiting (each is let go by the read time-out, or
+// when it goes quiet for that long).
+constexpr std::size_t kWorkers = 64;
+constexpr char kWrongKey[] = "sandboxNotTheMerchantsKey0000000";
 
 // Creates `path` and its missing parents; the directories it creates are owner-only.
 bool makeDirectories(const std::string& path) {
@@ -42,6 +51,32 @@ bool makeDirectories(const std::string& path) {
     return false;
   }
   return ::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
+}
+
+// Makes the data directory owner-only (0700) whatever it was; a reason when it cannot.
+std::optional<std::string> ownerOnlyDirectory(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+    return "the data directory " + path + " is not a directory";
+  }
+  if (st.st_uid != ::geteuid()) return "the data directory " + path + " belongs to another user";
+  if ((st.st_mode & 0777) != 0700 && ::chmod(path.c_str(), 0700) != 0) {
+    return "cannot make the data directory " + path + " owner-only (0700)";
+  }
+  return std::nullopt;
+}
+
+// Writes `text` to `path`, owner-only, replacing what was there.
+bool writeOwnerOnly(const std::string& path, const std::string& text) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (fd < 0) return false;
+  const bool ok = ::fchmod(fd, 0600) == 0 &&
+                  ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  return ::close(fd) == 0 && ok;
+}
+
+bool isLoopbackPeer(const std::string& address) {
+  return address.rfind("127.", 0) == 0 || address == "::1" || address.rfind("::ffff:127.", 0) == 0;
 }
 
 bool validMerchant(const Merchant& m) {
@@ -63,6 +98,8 @@ struct Sandbox::Impl {
   std::atomic<bool> listenerEnded{false};
 
   std::array<std::atomic<int>, kEndpointCount> faults{};
+  std::array<std::atomic<long>, kEndpointCount> delaysMs{};
+  std::string adminToken;
   mutable std::mutex holdMutex;
   std::condition_variable holdCv;
   bool stopping = false;
@@ -75,55 +112,130 @@ struct Sandbox::Impl {
     return static_cast<Fault>(faults[static_cast<std::size_t>(e)].load());
   }
 
-  // Answers per the endpoint's fault; false when there is none and the gateway should answer.
-  bool spoil(Endpoint e, httplib::Response& res) {
-    switch (fault(e)) {
-      case Fault::kNone:
-        return false;
+  // Waits until `delay` has passed; false (with a 503 in `res`) when stop() came first.
+  bool pause(std::chrono::milliseconds delay, httplib::Response& res) {
+    std::unique_lock<std::mutex> lock(holdMutex);
+    if (!holdCv.wait_for(lock, delay, [&] { return stopping; })) return true;
+    stoppedAnswer(res);
+    return false;
+  }
+
+  // Holds the request while `e` has Fault::kHang; false (with a 503 in `res`) when stop() came.
+  bool hold(Endpoint e, httplib::Response& res) {
+    std::unique_lock<std::mutex> lock(holdMutex);
+    ++held;
+    holdCv.wait(lock, [&] { return stopping || fault(e) != Fault::kHang; });
+    --held;
+    if (!stopping) return true;
+    stoppedAnswer(res);
+    return false;
+  }
+
+  static void stoppedAnswer(httplib::Response& res) {
+    res.status = 503;
+    res.set_header("Connection", "close");
+    res.set_content("sandbox stopped\n", "text/plain; charset=utf-8");
+  }
+
+  // Puts the answer of a fault that replaces the gateway's answer into `res`.
+  void spoil(Fault f, httplib::Response& res) {
+    switch (f) {
       case Fault::kHttp500:
         res.status = 500;
         res.set_content(internal::errorPage("Internal Server Error",
                                             "The sandbox was told to fail this request."),
                         "text/html; charset=utf-8");
-        return true;
+        return;
       case Fault::kGarbage:
         res.set_content("<<this is not an envelope>> ~!@#$^&*()", "text/plain; charset=utf-8");
-        return true;
+        return;
       case Fault::kNotUtf8:
         res.set_content(std::string("\xff\xfe\xc3\x28 not \xa0\xa1 UTF-8 \xf0\x28\x8c\x28"),
                         "text/plain; charset=utf-8");
-        return true;
+        return;
       case Fault::kHuge:
         res.set_content(std::string(kHugeAnswerBytes, 'A'), "text/plain; charset=utf-8");
-        return true;
-      case Fault::kHang: {
-        std::unique_lock<std::mutex> lock(holdMutex);
-        ++held;
-        holdCv.wait(lock, [&] { return stopping || fault(e) != Fault::kHang; });
-        --held;
-        const bool releasedByStop = stopping;
-        lock.unlock();
-        if (releasedByStop) {
-          res.status = 503;
-          res.set_header("Connection", "close");
-          res.set_content("sandbox stopped\n", "text/plain; charset=utf-8");
-          return true;
-        }
-        return false;
-      }
+        return;
+      case Fault::kClose:
+        // The headers promise a body that never comes: the server gives up and closes.
+        res.set_content_provider(
+            1024, "text/plain; charset=utf-8",
+            [](std::size_t, std::size_t, httplib::DataSink&) { return false; });
+        return;
+      case Fault::kWrongKey:
+        res.set_content(
+            internal::sealEnvelope("||||||||||F|Sealed with another key|||||||||||", kWrongKey, iv),
+            "text/plain; charset=utf-8");
+        return;
+      case Fault::kNone:
+      case Fault::kHang:
+      case Fault::kDelay:
+        return;
     }
-    return false;
   }
 
   void route(const std::string& name, Endpoint endpoint,
              Reply (Gateway::*handler)(const std::string&)) {
-    server->Post(std::string(internal::kBasePath) + name,
-                 [this, endpoint, handler](const httplib::Request& req, httplib::Response& res) {
-                   if (spoil(endpoint, res)) return;
-                   Reply reply = (gateway.get()->*handler)(req.body);
-                   res.status = reply.status;
-                   res.set_content(std::move(reply.body), reply.contentType);
-                 });
+    server->Post(
+        std::string(internal::kBasePath) + name,
+        [this, endpoint, handler](const httplib::Request& req, httplib::Response& res) {
+          const Fault f = fault(endpoint);
+          if (f == Fault::kHang && !hold(endpoint, res)) return;
+          if (f == Fault::kDelay &&
+              !pause(std::chrono::milliseconds(delaysMs[static_cast<std::size_t>(endpoint)].load()),
+                     res)) {
+            return;
+          }
+          if (f != Fault::kNone && f != Fault::kHang && f != Fault::kDelay) {
+            spoil(f, res);
+            return;
+          }
+          Reply reply = (gateway.get()->*handler)(req.body);
+          if (reply.fault == Fault::kDelay && !pause(kMagicDelay, res)) return;
+          if (reply.fault != Fault::kNone && reply.fault != Fault::kDelay) {
+            spoil(reply.fault, res);
+            return;
+          }
+          res.status = reply.status;
+          res.set_content(std::move(reply.body), reply.contentType);
+        });
+  }
+
+  // POST /sandbox/fault, form fields endpoint and kind: sets a fault from outside the process.
+  void adminRoute() {
+    server->Post("/sandbox/fault", [this](const httplib::Request& req, httplib::Response& res) {
+      const std::string token = req.get_header_value("X-Sandbox-Token");
+      if (!isLoopbackPeer(req.remote_addr) || token.size() != adminToken.size() ||
+          CRYPTO_memcmp(token.data(), adminToken.data(), token.size()) != 0) {
+        res.status = 403;
+        res.set_content("forbidden\n", "text/plain; charset=utf-8");
+        return;
+      }
+      const auto form = internal::splitForm(req.body);
+      Endpoint endpoint{};
+      Fault f{};
+      std::chrono::milliseconds delay{};
+      std::string error;
+      if (!parseFault(internal::formValue(form, "endpoint").value_or(""),
+                      internal::formValue(form, "kind").value_or(""), &endpoint, &f, &delay,
+                      &error)) {
+        res.status = 400;
+        res.set_content(error + "\n", "text/plain; charset=utf-8");
+        return;
+      }
+      setFault(endpoint, f, delay);
+      res.set_content("ok\n", "text/plain; charset=utf-8");
+    });
+  }
+
+  void setFault(Endpoint endpoint, Fault f, std::chrono::milliseconds delay) {
+    {
+      std::lock_guard<std::mutex> lock(holdMutex);
+      delaysMs[static_cast<std::size_t>(endpoint)] =
+          static_cast<long>(std::min(delay, kLongestDelay).count());
+      faults[static_cast<std::size_t>(endpoint)] = static_cast<int>(f);
+    }
+    holdCv.notify_all();
   }
 
   void setUpRoutes() {
@@ -133,6 +245,7 @@ struct Sandbox::Impl {
     route("doMEPayRequest", Endpoint::kPaymentPage, &Gateway::paymentPage);
     route("doMEPayRequestCard", Endpoint::kCardPaymentPage, &Gateway::cardPaymentPage);
     route("paymentInvoice", Endpoint::kPaymentInvoice, &Gateway::paymentInvoice);
+    adminRoute();
     auto serve = [this](Reply (Gateway::*page)() const) {
       return [this, page](const httplib::Request&, httplib::Response& res) {
         Reply reply = (gateway.get()->*page)();
@@ -199,6 +312,12 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   if (!makeDirectories(options.dataDir)) {
     return fail("cannot create the data directory " + options.dataDir);
   }
+  if (auto problem = ownerOnlyDirectory(options.dataDir)) return fail(*problem);
+  impl->adminToken = internal::randomHex(32);
+  if (impl->adminToken.empty() ||
+      !writeOwnerOnly(adminTokenFile(options.dataDir), impl->adminToken + "\n")) {
+    return fail("cannot write " + adminTokenFile(options.dataDir));
+  }
 
   if (!internal::ensureCertificates(options.dataDir, options.host, &impl->certificates, error)) {
     return nullptr;
@@ -220,6 +339,7 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   impl->server->set_read_timeout(3, 0);
   impl->server->set_write_timeout(5, 0);
   impl->server->set_payload_max_length(1u << 20);
+  impl->server->new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
   // Answers go out in more than one write; without this, Nagle's algorithm holds the last
   // one back for a delayed ACK (tens of milliseconds per call).
   impl->server->set_tcp_nodelay(true);
@@ -289,12 +409,8 @@ void Sandbox::stop() {
   impl_->stopped = true;
 }
 
-void Sandbox::setFault(Endpoint endpoint, Fault fault) {
-  {
-    std::lock_guard<std::mutex> lock(impl_->holdMutex);
-    impl_->faults[static_cast<std::size_t>(endpoint)] = static_cast<int>(fault);
-  }
-  impl_->holdCv.notify_all();
+void Sandbox::setFault(Endpoint endpoint, Fault fault, std::chrono::milliseconds delay) {
+  impl_->setFault(endpoint, fault, delay);
 }
 
 void Sandbox::clearFaults() {
@@ -314,6 +430,52 @@ std::optional<TransactionInfo> Sandbox::transaction(const std::string& mid,
                                                     const std::string& orderId) const {
   return impl_->gateway->transaction(mid, orderId);
 }
+
+bool parseFault(const std::string& endpointName, const std::string& kind, Endpoint* endpoint,
+                Fault* fault, std::chrono::milliseconds* delay, std::string* error) {
+  static const std::pair<const char*, Endpoint> endpoints[] = {
+      {"status", Endpoint::kStatus},
+      {"cancel", Endpoint::kCancel},
+      {"refund", Endpoint::kRefund},
+      {"pay", Endpoint::kPaymentPage},
+      {"pay-card", Endpoint::kCardPaymentPage},
+      {"invoice", Endpoint::kPaymentInvoice}};
+  static const std::pair<const char*, Fault> kinds[] = {
+      {"none", Fault::kNone},        {"http500", Fault::kHttp500},   {"garbage", Fault::kGarbage},
+      {"not-utf8", Fault::kNotUtf8}, {"huge", Fault::kHuge},         {"hang", Fault::kHang},
+      {"close", Fault::kClose},      {"wrong-key", Fault::kWrongKey}};
+  const auto named = std::find_if(std::begin(endpoints), std::end(endpoints),
+                                  [&](const auto& e) { return endpointName == e.first; });
+  if (named == std::end(endpoints)) {
+    *error = "unknown endpoint \"" + endpointName +
+             "\" (status, cancel, refund, pay, pay-card or invoice)";
+    return false;
+  }
+  *endpoint = named->second;
+  *delay = std::chrono::milliseconds(0);
+  if (kind.rfind("delay=", 0) == 0) {
+    const std::string ms = kind.substr(6);
+    if (ms.empty() || ms.size() > 6 || !internal::isDigits(ms) ||
+        std::chrono::milliseconds(std::stol(ms)) > kLongestDelay) {
+      *error = "delay=MS takes a number of milliseconds from 0 to 600000";
+      return false;
+    }
+    *fault = Fault::kDelay;
+    *delay = std::chrono::milliseconds(std::stol(ms));
+    return true;
+  }
+  const auto found = std::find_if(std::begin(kinds), std::end(kinds),
+                                  [&](const auto& k) { return kind == k.first; });
+  if (found == std::end(kinds)) {
+    *error = "unknown fault \"" + kind +
+             "\" (none, http500, garbage, not-utf8, huge, hang, delay=MS, close or wrong-key)";
+    return false;
+  }
+  *fault = found->second;
+  return true;
+}
+
+std::string adminTokenFile(const std::string& dataDir) { return dataDir + "/admin-token"; }
 
 std::string defaultDataDir() {
   const char* xdg = std::getenv("XDG_DATA_HOME");

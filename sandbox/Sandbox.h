@@ -14,6 +14,7 @@
 // it releases held requests, closes the listener and joins the server thread.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -35,6 +36,9 @@ struct Merchant {
 // The merchant every sandbox is seeded with.
 inline constexpr char kTestMerchantId[] = "QIPGTEST0001";
 inline constexpr char kTestMerchantKey[] = "qipgSandboxTestKey0123456789ABCD";
+
+// The port the command line listens on unless told otherwise.
+inline constexpr int kDefaultPort = 4431;
 
 struct Options {
   std::string host = "127.0.0.1";
@@ -58,13 +62,50 @@ enum class Endpoint {
 };
 
 enum class Fault {
-  kNone,     // answer normally
-  kHttp500,  // an HTTP 500 HTML page
-  kGarbage,  // HTTP 200 with a text that is no envelope
-  kNotUtf8,  // HTTP 200 with bytes that are not UTF-8
-  kHuge,     // HTTP 200 with 5 MiB of text
-  kHang,     // never answer: the request is held until stop() or until the fault is lifted
+  kNone,      // answer normally
+  kHttp500,   // an HTTP 500 HTML page
+  kGarbage,   // HTTP 200 with a text that is no envelope
+  kNotUtf8,   // HTTP 200 with bytes that are not UTF-8
+  kHuge,      // HTTP 200 with 5 MiB of text
+  kHang,      // never answer: the request is held until stop() or until the fault is lifted
+  kDelay,     // answer normally after the fault's delay
+  kClose,     // send the headers, then close the connection before the body
+  kWrongKey,  // HTTP 200 with an answer sealed with a key that is not the merchant's
 };
+
+// Amounts whose hundredths pick a fault for one transaction's management answers (status,
+// cancel and refund of a payment of that amount, and a refund of that amount). The operation
+// itself is carried out; only its answer is spoiled.
+inline constexpr int kMagicDelayCents = 91;    // answered after kMagicDelay
+inline constexpr int kMagicHttp500Cents = 92;  // HTTP 500
+inline constexpr int kMagicCloseCents = 93;    // connection closed before the answer
+inline constexpr std::chrono::milliseconds kMagicDelay{3000};
+
+// The longest delay a fault may ask for.
+inline constexpr std::chrono::milliseconds kLongestDelay{600000};
+
+// Reads an endpoint name (status, cancel, refund, pay, pay-card, invoice) and a fault kind
+// (none, http500, garbage, not-utf8, huge, hang, delay=MS, close, wrong-key). False, with a
+// one-line reason in `error`, when either is unknown.
+bool parseFault(const std::string& endpointName, const std::string& kind, Endpoint* endpoint,
+                Fault* fault, std::chrono::milliseconds* delay, std::string* error);
+
+// A named test card (`ipg pay --test-card NAME`) and the payment result it gives.
+struct TestCard {
+  const char* name;  // "approve", "decline", ...
+  const char* number;
+  const char* cvv;
+  bool expired;             // used with an expiry in the past; else three years ahead
+  const char* statusCode;   // the payment's statusCode
+  const char* description;  // and statusDescription
+};
+
+// Every named test card, in the order docs/SANDBOX.md lists them.
+const std::vector<TestCard>& testCards();
+// The card named `name`; nullptr when there is none.
+const TestCard* findTestCard(const std::string& name);
+// The expiry (MMYY) the card is used with, as of now.
+std::string testCardExpiry(const TestCard& card);
 
 // What the sandbox holds about one transaction (for tests and tools).
 struct TransactionInfo {
@@ -105,8 +146,10 @@ class Sandbox {
   // that sends nothing is dropped after the read time-out of a few seconds).
   void stop();
 
-  // Spoils every later answer of `endpoint` until set back to Fault::kNone.
-  void setFault(Endpoint endpoint, Fault fault);
+  // Spoils every later answer of `endpoint` until set back to Fault::kNone. `delay` is for
+  // Fault::kDelay (at most kLongestDelay).
+  void setFault(Endpoint endpoint, Fault fault,
+                std::chrono::milliseconds delay = std::chrono::milliseconds(0));
   void clearFaults();
   // Requests currently held by Fault::kHang.
   std::size_t heldRequests() const;
@@ -124,18 +167,13 @@ class Sandbox {
 // ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox; empty when neither variable is set.
 std::string defaultDataDir();
 
-// While a foreground sandbox runs (runCommandLine), its base URL stands in the file "running"
-// of its data directory, so that tools can find it; the file goes when it stops. Absent when
-// no sandbox runs there (or the file is unreadable).
+// While a foreground sandbox runs (see CommandLine.h), its base URL stands in the file
+// "running" of its data directory, so that tools can find it; the file goes when it stops.
+// Absent when no sandbox runs there (or the file is unreadable).
 std::optional<std::string> runningBaseURL(const std::string& dataDir);
 
-// The flags of ipg-sandbox and `ipg sandbox`, as help text.
-std::string usage(const std::string& program);
-
-// Runs a sandbox in the foreground with the given flags until SIGINT or SIGTERM: prints
-// "base URL: ..." and "CA file: ..." on `out`, one request per line and messages on `err`.
-// Returns the process exit code (0 after a clean stop, 1 when it cannot start, 2 on bad flags).
-int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std::ostream& err,
-                   const std::string& program);
+// The file of the data directory (owner-only) that holds the secret which the sandbox's admin
+// endpoint (POST /sandbox/fault, loopback peers only) asks for in its X-Sandbox-Token header.
+std::string adminTokenFile(const std::string& dataDir);
 
 }  // namespace qipg::sandbox

@@ -30,8 +30,12 @@ class EnvelopeCommand : public ClientTest {
     ClientTest::TearDown();
   }
 
-  ProcessRun ipg(const std::string& arguments, const std::string& input) {
-    return shell(quoted(ipgProgram().string()) + " " + arguments, input);
+  // Runs ipg with `key` in QIPG_KEY (none when empty).
+  ProcessRun ipg(const std::string& arguments, const std::string& input,
+                 const std::string& key = "") {
+    return shell((key.empty() ? "" : "QIPG_KEY=" + quoted(key) + " ") +
+                     quoted(ipgProgram().string()) + " " + arguments,
+                 input);
   }
 
   std::filesystem::path tmp_;
@@ -49,8 +53,8 @@ TEST_F(EnvelopeCommand, SealThenOpenGivesTheMessageBack) {
   for (const char* choice : {"", "--env test", "--env production", "--iv 0123456789abcdef"}) {
     for (const std::string& message : messages) {
       SCOPED_TRACE(choice + (" / " + message));
-      const ProcessRun sealed = ipg(std::string("envelope seal --key Key123 ") + choice,
-                                   message + "\n");
+      const ProcessRun sealed =
+          ipg(std::string("envelope seal ") + choice, message + "\n", "Key123");
       ASSERT_EQ(sealed.exitCode, 0) << sealed.err;
       ASSERT_FALSE(sealed.out.empty());
       EXPECT_EQ(sealed.out.back(), '\n');
@@ -58,8 +62,7 @@ TEST_F(EnvelopeCommand, SealThenOpenGivesTheMessageBack) {
       for (std::size_t i = 1; i + 1 < sealed.out.size(); ++i) {
         EXPECT_TRUE(sealed.out[i] != '\n' || sealed.out[i - 1] == '\r') << "bare newline at " << i;
       }
-      const ProcessRun opened = ipg(std::string("envelope open --key Key123 ") + choice,
-                                    sealed.out);
+      const ProcessRun opened = ipg(std::string("envelope open ") + choice, sealed.out, "Key123");
       EXPECT_EQ(opened.exitCode, 0) << opened.err;
       EXPECT_EQ(opened.out, message + "\n");
     }
@@ -68,38 +71,42 @@ TEST_F(EnvelopeCommand, SealThenOpenGivesTheMessageBack) {
 
 TEST_F(EnvelopeCommand, RefusalsSayWhyNeverShowTheKeyAndLeaveNothingBehind) {
   qipg::CommonUtilities::SetRandomIV(std::string("userIV0123456789"), std::string("randomIV"));
-  const ProcessRun sealed = ipg("envelope seal --key SecretKey77 --env test", "hello");
+  const std::string key = "SecretKey77";
+  const ProcessRun sealed = ipg("envelope seal --env test", "hello", key);
   ASSERT_EQ(sealed.exitCode, 0);
   const std::string wrong = "ipg envelope: cannot open: wrong key or IV, or damaged text\n";
   const std::string notBase64 = "ipg envelope: cannot open: not Base64\n";
-  const std::string open = "envelope open --key SecretKey77 --env test";
+  const std::string open = "envelope open --env test";
+  const std::string help = "Run with --help for more information.\n";
   const struct {
-    std::string arguments, input;
+    std::string arguments, input, key;
     int exitCode;
     std::string err;
   } rows[] = {
-      {"envelope open --key OtherKey --env test", sealed.out, 1, wrong},
-      {"envelope open --key SecretKey77 --env production", sealed.out, 1, wrong},
-      {open, sealed.out.substr(0, 20), 1, wrong},
-      {open, "!!! ???\n", 1, notBase64},
-      {open, sealed.out.substr(0, 21), 1, notBase64},
-      {open, "\n", 1, notBase64},
-      {"envelope seal --key SecretKey77 --iv short", "x", 2,
-       "ipg envelope: --iv must be 16 ASCII characters\n"},
-      {"envelope seal --key SecretKey77 --iv 0123456789abcdef --env test", "x", 2,
-       "ipg envelope: give --env or --iv, not both\n"},
-      {"envelope seal --key SecretKey77 --env staging", "x", 2,
-       "ipg envelope: --env must be test or production, not \"staging\"\n"},
-      {"envelope seal", "x", 2, "ipg envelope: no key: give --key KEY or set QIPG_KEY\n"},
-      {"envelope", "", 2, ""},
+      {open, sealed.out, "OtherKey", 1, wrong},
+      {"envelope open --env production", sealed.out, key, 1, wrong},
+      {open, sealed.out.substr(0, 20), key, 1, wrong},
+      {open, "!!! ???\n", key, 1, notBase64},
+      {open, sealed.out.substr(0, 21), key, 1, notBase64},
+      {open, "\n", key, 1, notBase64},
+      {"envelope seal --iv short", "x", key, 2, "ipg envelope: --iv must be 16 ASCII characters\n"},
+      {"envelope seal --iv 0123456789abcdef --env test", "x", key, 2,
+       "--env excludes --iv\n" + help},
+      {"envelope seal --env staging", "x", key, 2,
+       "--env: staging not in {test,production}\n" + help},
+      {"envelope seal", "x", "", 2, "ipg envelope: no key: set QIPG_KEY or give --key-file FILE\n"},
+      {"envelope", "", key, 2, "A subcommand is required\n" + help},
+      {"envelope seal --key " + key, "x", "", 0,
+       "ipg: warning: a key given with --key is visible to other users in the process list; use "
+       "$QIPG_KEY or --key-file\n"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.arguments);
-    const ProcessRun run = ipg(row.arguments, row.input);
+    const ProcessRun run = ipg(row.arguments, row.input, row.key);
     EXPECT_EQ(run.exitCode, row.exitCode);
-    EXPECT_TRUE(row.err.empty() || run.err == row.err) << run.err;
-    EXPECT_EQ(run.out, "");
-    EXPECT_EQ(run.err.find("SecretKey77"), std::string::npos);
+    EXPECT_EQ(run.err, row.err);
+    EXPECT_EQ(run.out.empty(), row.exitCode != 0);
+    EXPECT_EQ(run.err.find(key), std::string::npos);
   }
   EXPECT_EQ(qipg::CommonUtilities::getRandomIVforKey(std::string("randomIV")), "userIV0123456789");
   EXPECT_TRUE(std::filesystem::is_empty(tmp_));
@@ -113,16 +120,17 @@ TEST_F(EnvelopeCommand, InteroperatesWithTheOpenSslTool) {
   ASSERT_EQ(digest.exitCode, 0) << digest.err;
   const std::string keyHex = hexOf(digest.out.substr(0, 32));
   const std::string message = "M123|O1|10.50|INR|Books|S|-|-|-|U|" + std::string(80, 'z');
-  const std::pair<const char*, const char*> rows[] = {{"--env test", "4e9a1c07b3d58f26"},
-                                                      {"--env production", "d2071f8be64c395a"},
-                                                      {"--iv ABCDEFGHabcdefgh", "ABCDEFGHabcdefgh"}};
+  const std::pair<const char*, const char*> rows[] = {
+      {"--env test", "4e9a1c07b3d58f26"},
+      {"--env production", "d2071f8be64c395a"},
+      {"--iv ABCDEFGHabcdefgh", "ABCDEFGHabcdefgh"}};
   for (const auto& [ipgChoice, iv] : rows) {
     SCOPED_TRACE(ipgChoice);
     const std::string openssl =
         "openssl enc -aes-256-cbc -K " + keyHex + " -iv " + hexOf(iv) + " -base64 -A";
 
     // ipg seals, openssl opens: undo the line breaks and the "%2B" first.
-    const ProcessRun sealed = ipg("envelope seal --key " + key + " " + ipgChoice, message);
+    const ProcessRun sealed = ipg(std::string("envelope seal ") + ipgChoice, message, key);
     ASSERT_EQ(sealed.exitCode, 0) << sealed.err;
     std::string base64;
     for (std::size_t i = 0; i < sealed.out.size(); ++i) {
@@ -140,7 +148,7 @@ TEST_F(EnvelopeCommand, InteroperatesWithTheOpenSslTool) {
     // openssl seals, ipg opens.
     const ProcessRun foreign = shell(openssl, message);
     ASSERT_EQ(foreign.exitCode, 0) << foreign.err;
-    const ProcessRun back = ipg("envelope open --key " + key + " " + ipgChoice, foreign.out);
+    const ProcessRun back = ipg(std::string("envelope open ") + ipgChoice, foreign.out, key);
     EXPECT_EQ(back.exitCode, 0) << back.err;
     EXPECT_EQ(back.out, message + "\n");
   }

@@ -75,6 +75,7 @@ class SandboxFixture : public ::testing::Test {
     httplib::SSLClient client("127.0.0.1", sandbox_->port());
     client.set_ca_cert_path(sandbox_->caFile().c_str());
     client.enable_server_certificate_verification(true);
+    client.set_connection_timeout(20, 0);
     client.set_read_timeout(60, 0);
     auto res = client.Post(("/ipg/" + endpoint).c_str(), body, contentType.c_str());
     if (!res) return {};

@@ -1,7 +1,11 @@
 // The sandbox as a server: refusals of unreadable management requests, faults for testing
 // clients, files on disk, environments and the command line.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <fstream>
@@ -10,6 +14,7 @@
 #include <thread>
 #include <tuple>
 
+#include "CommandLine.h"
 #include "GatewayCrypto.h"
 #include "SandboxTestSupport.h"
 
@@ -67,7 +72,8 @@ TEST_F(Server, UnreadableManagementRequestsAreRefusedClearly) {
 TEST_F(Server, FaultsSpoilTheirEndpointOnlyAndStopReleasesAHeldRequest) {
   const std::string body =
       managementBody(encryptTextWithEncKey(kMid + "|O|" + std::string(11, '|'), kKey), "mid");
-  const std::tuple<Fault, int, std::size_t, bool> cases[] = {  // status, minimum size, UTF-8
+  const std::tuple<Fault, int, std::size_t, bool> cases[] = {
+      // status, minimum size, UTF-8
       {Fault::kHttp500, 500, 1, true},
       {Fault::kGarbage, 200, 1, true},
       {Fault::kNotUtf8, 200, 1, false},
@@ -83,6 +89,20 @@ TEST_F(Server, FaultsSpoilTheirEndpointOnlyAndStopReleasesAHeldRequest) {
   }
   sandbox_->clearFaults();
   EXPECT_EQ(status("O").statusDescription(), "Transaction not found");
+
+  // The admin endpoint sets faults for the holder of the data directory's token only.
+  httplib::SSLClient admin("127.0.0.1", sandbox_->port());
+  admin.set_ca_cert_path(sandbox_->caFile().c_str());
+  const httplib::Params form = {{"endpoint", "status"}, {"kind", "http500"}};
+  for (const std::string& token :
+       std::vector<std::string>{"", "0123", readFile(adminTokenFile(sandbox_->dataDir()))}) {
+    const auto res = admin.Post("/sandbox/fault",
+                                {{"X-Sandbox-Token", token.substr(0, token.find('\n'))}}, form);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, token.size() > 4 ? 200 : 403);
+  }
+  EXPECT_EQ(post("getTransactionStatus", body).status, 500);
+  sandbox_->clearFaults();
 
   sandbox_->setFault(Endpoint::kStatus, Fault::kHang);
   HttpAnswer answer;
@@ -110,13 +130,46 @@ TEST_F(Server, KeepsItsFilesOwnerOnlyAndReusesItsCertificate) {
   }
   const std::string ca = readFile(sandbox_->caFile());
   EXPECT_EQ(ca.rfind("-----BEGIN CERTIFICATE-----", 0), 0u);
+  ASSERT_EQ(::chmod(sandbox_->dataDir().c_str(), 0777), 0);  // loosened by hand: tightened again
   restart();
+  ASSERT_EQ(::stat(sandbox_->dataDir().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0700u);
   EXPECT_EQ(readFile(sandbox_->caFile()), ca);
   // A damaged key makes a new certificate authority, which clients then trust instead.
   std::ofstream(sandbox_->dataDir() + "/server-key.pem") << "damaged";
   restart();
   EXPECT_NE(readFile(sandbox_->caFile()), ca);
   EXPECT_EQ(status("NONE").statusDescription(), "Transaction not found");
+}
+
+// Peers that open a TLS handshake and then trickle it byte by byte, each within the read
+// time-out, hold a worker each for as long as they like.
+TEST_F(Server, SlowPeersDoNotStarveARealCall) {
+  std::vector<int> peers;
+  for (int i = 0; i < 16; ++i) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(sandbox_->port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const unsigned char recordHeader[] = {0x16, 0x03, 0x01, 0x40, 0x00};  // 16 KiB to come
+    ::send(fd, recordHeader, sizeof recordHeader, MSG_NOSIGNAL);
+    peers.push_back(fd);
+  }
+  std::atomic<bool> done{false};
+  std::thread trickle([&] {
+    for (int tick = 0; !done; ++tick) {
+      if (tick % 5 == 0) {
+        for (int fd : peers) ::send(fd, "", 1, MSG_NOSIGNAL);
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+  });
+  EXPECT_EQ(status("NONE").statusDescription(), "Transaction not found");
+  done = true;
+  trickle.join();
+  for (int fd : peers) ::close(fd);
 }
 
 TEST_F(Server, ProductionUsesTheProductionIVAndExtraMerchants) {
@@ -148,9 +201,13 @@ TEST(SandboxStart, RefusesBadOptions) {
       {with([](Options& o) { o.environment = "staging"; }),
        "unknown environment \"staging\" (test or production)"},
       {with([](Options& o) { o.dataDir.clear(); }), "no data directory given"},
-      {with([](Options& o) { o.merchants = {{"M1", "key"}, {"BAD-MID", "key"}}; }),
+      {with([](Options& o) {
+         o.merchants = {{"M1", "key"}, {"BAD-MID", "key"}};
+       }),
        "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
-      {with([](Options& o) { o.merchants = {{"M1", std::string(33, 'k')}}; }),
+      {with([](Options& o) {
+         o.merchants = {{"M1", std::string(33, 'k')}};
+       }),
        "bad merchant: MID of 1 to 15 and key of 1 to 32 ASCII letters and digits"},
       {with([](Options& o) { o.port = 70000; }), "port out of range: 0 to 65535"},
   };
@@ -167,26 +224,44 @@ TEST(SandboxStart, RefusesBadOptions) {
   EXPECT_EQ(error, "cannot listen on 127.0.0.1:" + std::to_string(first->port()));
 }
 
-TEST(SandboxCommandLine, ExplainsBadFlags) {
+TEST(SandboxCommandLine, ExplainsBadValues) {
   const struct {
     std::vector<std::string> args;
     int exitCode;
     std::string firstLine;
   } cases[] = {
-      {{"--help"}, 0, "usage: ipg-sandbox [--port N]"},
-      {{"--port", "x"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
-      {{"--port=65536"}, 2, "ipg-sandbox: --port takes a number from 0 to 65535"},
-      {{"--merchant", "NOKEY"}, 2, "ipg-sandbox: --merchant takes MID:KEY"},
-      {{"--environment", "live"}, 2, "ipg-sandbox: --environment takes test or production"},
-      {{"--data-dir"}, 2, "ipg-sandbox: --data-dir needs a value"},
-      {{"--verbose"}, 2, "ipg-sandbox: unknown flag: --verbose"},
-      {{"extra"}, 2, "ipg-sandbox: unexpected argument: extra"},
+      {{"--port", "x"}, 2, "--port: Value x not in range 0 to 65535"},
+      {{"--port=65536"}, 2, "--port: Value 65536 not in range 0 to 65535"},
+      {{"--merchant", "NOKEY"}, 2, "--merchant: takes MID:KEY"},
+      {{"--data-dir"}, 2, "--data-dir: 1 required TEXT missing"},
+      {{"--fault", "status"}, 2, "ipg-sandbox: --fault: takes ENDPOINT=KIND"},
+      {{"--fault", "status=slow"},
+       2,
+       "ipg-sandbox: --fault: unknown fault \"slow\" (none, http500, garbage, not-utf8, huge, "
+       "hang, delay=MS, close or wrong-key)"},
+      {{"--fault", "login=hang"},
+       2,
+       "ipg-sandbox: --fault: unknown endpoint \"login\" (status, cancel, refund, pay, pay-card "
+       "or invoice)"},
+      {{"fault", "status", "delay=9999999"},
+       2,
+       "ipg-sandbox fault: delay=MS takes a number of milliseconds from 0 to 600000"},
   };
   for (const auto& c : cases) {
+    CLI::App app;
     std::ostringstream out, err;
-    EXPECT_EQ(runCommandLine(c.args, out, err, "ipg-sandbox"), c.exitCode);
-    const std::string text = c.exitCode == 0 ? out.str() : err.str();
-    EXPECT_EQ(text.substr(0, text.find('\n')).rfind(c.firstLine, 0), 0u) << text;
+    const auto run = defineCommandLine(app, out, err, "ipg-sandbox");
+    std::vector<std::string> reversed(c.args.rbegin(), c.args.rend());
+    int code = 0;
+    try {
+      app.parse(reversed);
+      code = run();
+    } catch (const CLI::ParseError& e) {
+      err << e.what() << "\n";
+      code = 2;
+    }
+    EXPECT_EQ(code, c.exitCode);
+    EXPECT_EQ(err.str().substr(0, err.str().find('\n')), c.firstLine);
   }
 }
 

@@ -1,0 +1,186 @@
+#include "ScriptedPayment.h"
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <vector>
+
+#include "Credentials.h"
+#include "PageForm.h"
+#include "qipg/CommonUtilities.h"
+#include "qipg/WebviewController.h"
+
+namespace ipg {
+namespace {
+
+constexpr int kMostPages = 5;
+constexpr std::size_t kLargestPage = 4u << 20;
+
+struct Page {
+  long status = 0;
+  std::string url;  // where the page was finally loaded from
+  std::string html;
+};
+
+std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) {
+  auto* page = static_cast<std::string*>(out);
+  if (page->size() + size * count > kLargestPage) return 0;
+  page->append(data, size * count);
+  return size * count;
+}
+
+class Browser {
+ public:
+  explicit Browser(const qipg::GatewayConfig& config)
+      : curl_(curl_easy_init(), &curl_easy_cleanup), caFile_(config.caFile) {}
+
+  bool ready() const { return curl_ != nullptr; }
+
+  // POSTs `body` to `url`; absent with a reason when there is no answer.
+  std::optional<Page> post(const std::string& url, const std::string& body,
+                           const std::vector<std::string>& headers, std::string& error) {
+    CURL* c = curl_.get();
+    curl_easy_reset(c);
+    Page page;
+    std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> list(nullptr, &curl_slist_free_all);
+    for (const std::string& header : headers) {
+      list.reset(curl_slist_append(list.release(), header.c_str()));
+    }
+    curl_easy_setopt(c, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(c, CURLOPT_POSTFIELDS, body.c_str());
+    curl_easy_setopt(c, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(c, CURLOPT_HTTPHEADER, list.get());
+    curl_easy_setopt(c, CURLOPT_WRITEFUNCTION, &collect);
+    curl_easy_setopt(c, CURLOPT_WRITEDATA, &page.html);
+    curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, 10L);
+    curl_easy_setopt(c, CURLOPT_TIMEOUT, 60L);
+    curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(c, CURLOPT_NOPROXY, "*");
+    curl_easy_setopt(c, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(c, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (!caFile_.empty()) curl_easy_setopt(c, CURLOPT_CAINFO, caFile_.c_str());
+    const CURLcode result = curl_easy_perform(c);
+    if (result != CURLE_OK) {
+      error = "the gateway at " + url + " did not answer: " + curl_easy_strerror(result);
+      return std::nullopt;
+    }
+    char* effective = nullptr;
+    curl_easy_getinfo(c, CURLINFO_RESPONSE_CODE, &page.status);
+    curl_easy_getinfo(c, CURLINFO_EFFECTIVE_URL, &effective);
+    page.url = effective != nullptr ? effective : url;
+    return page;
+  }
+
+  // `text` percent-encoded for a form body.
+  std::string escape(const std::string& text) {
+    char* escaped = curl_easy_escape(curl_.get(), text.c_str(), static_cast<int>(text.size()));
+    std::string out = escaped != nullptr ? escaped : "";
+    curl_free(escaped);
+    return out;
+  }
+
+ private:
+  std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl_;
+  std::string caFile_;
+};
+
+// `action` resolved against `base`, by libcurl's URL parser.
+std::string resolve(const std::string& base, const std::string& action) {
+  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), &curl_url_cleanup);
+  char* text = nullptr;
+  if (!url || curl_url_set(url.get(), CURLUPART_URL, base.c_str(), 0) != CURLUE_OK ||
+      curl_url_set(url.get(), CURLUPART_URL, action.c_str(), 0) != CURLUE_OK ||
+      curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
+    return {};
+  }
+  std::string out = text;
+  curl_free(text);
+  return out;
+}
+
+// The form's body as a browser encodes it, with the card filled in; absent when the form asks
+// for a card and there is none.
+std::optional<std::string> formBody(Browser& browser, const PageForm& form,
+                                    const CardDetails* card) {
+  std::string body;
+  for (const PageForm::Field& field : form.fields) {
+    const std::string* value = &field.value;
+    if (card != nullptr) {
+      if (field.name == "cardNumber") value = &card->number;
+      if (field.name == "expiry") value = &card->expiry;
+      if (field.name == "cvv") value = &card->cvv;
+      if (field.name == "holder") value = &card->holder;
+    } else if (field.name == "cardNumber") {
+      return std::nullopt;
+    }
+    body += (body.empty() ? "" : "&") + browser.escape(field.name) + "=" + browser.escape(*value);
+  }
+  return body;
+}
+
+}  // namespace
+
+CardDetails::~CardDetails() {
+  for (std::string* secret : {&number, &expiry, &cvv, &holder}) wipe(*secret);
+}
+
+std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& request,
+                                                      const CardDetails* card,
+                                                      const qipg::GatewayConfig& config,
+                                                      std::string& error) {
+  if (!request.url || !isLoopbackURL(*request.url)) {
+    error = "a payment without a window is for a test gateway on this machine only, not " +
+            request.url.value_or("(no URL)");
+    return std::nullopt;
+  }
+  Browser browser(config);
+  if (!browser.ready()) {
+    error = "cannot start libcurl";
+    return std::nullopt;
+  }
+  const auto controller = qipg::WebviewController::create(config);
+  std::vector<std::string> headers;
+  for (const auto& [name, value] : request.allHTTPHeaderFields)
+    headers.push_back(name + ": " + value);
+  headers.push_back("Expect:");
+  std::optional<Page> page = browser.post(*request.url, request.bodyText(), headers, error);
+  for (int step = 0; page && step < kMostPages; ++step) {
+    if (page->url == controller->testFinalPageURL() ||
+        page->url == controller->productionFinalPageURL()) {
+      const qipg::Text result = qipg::WebviewController::extractResponseFromHtmlString(page->html);
+      if (!result) {
+        error = "the final page has no result element (HTTP " + std::to_string(page->status) + ")";
+        return std::nullopt;
+      }
+      return qipg::CommonUtilities().getPaymentResponseFromString(result);
+    }
+    const std::optional<PageForm> form = firstForm(page->html);
+    if (!form) {
+      const std::string reason = firstParagraph(page->html);
+      error = "the gateway refused the payment (HTTP " + std::to_string(page->status) +
+              "): " + (reason.empty() ? "no reason given" : reason);
+      return std::nullopt;
+    }
+    std::optional<std::string> body = formBody(browser, *form, card);
+    if (!body) {
+      error =
+          "the card form needs a card: give --test-card, --card-file, --card-stdin or "
+          "QIPG_CARD_*";
+      return std::nullopt;
+    }
+    const std::string action = resolve(page->url, form->action);
+    if (!isLoopbackURL(action)) {
+      error = "the form posts to a host that is not on this machine: " + action;
+      wipe(*body);
+      return std::nullopt;
+    }
+    page = browser.post(action, *body,
+                        {"Content-Type: application/x-www-form-urlencoded", "Expect:"}, error);
+    wipe(*body);
+  }
+  if (page) error = "no final page after " + std::to_string(kMostPages) + " pages";
+  return std::nullopt;
+}
+
+}  // namespace ipg

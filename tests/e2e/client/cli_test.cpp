@@ -1,0 +1,296 @@
+// The ipg tool and ipg-sandbox run as a merchant's CI runs them: a sandbox started with
+// --ready-json and found through its "running" file, scripted payments with the named test
+// cards, faults set from the command line, and card data kept out of the process list.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "e2e_support.h"
+
+extern char** environ;
+
+namespace qipg_e2e {
+namespace {
+
+using qipg_test::ProcessRun;
+using qipg_test::quoted;
+using qipg_test::ScopedEnv;
+
+std::string program(const char* name) {
+  return (qipg_test::ipgProgram().parent_path() / name).string();
+}
+
+// A process started with posix_spawn, its standard output on a pipe; stopped with SIGTERM.
+class Child {
+ public:
+  explicit Child(const std::vector<std::string>& argv) {
+    int out[2];
+    if (::pipe(out) != 0) return;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addclose(&actions, out[0]);
+    std::vector<char*> args;
+    for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+    args.push_back(nullptr);
+    if (posix_spawn(&pid_, args[0], &actions, nullptr, args.data(), environ) != 0) pid_ = -1;
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(out[1]);
+    out_ = ::fdopen(out[0], "r");
+  }
+  ~Child() {
+    if (pid_ > 0) ::kill(pid_, SIGTERM);
+    wait();
+    if (out_ != nullptr) std::fclose(out_);
+  }
+  pid_t pid() const { return pid_; }
+  std::string line() {
+    char buffer[4096];
+    return out_ != nullptr && std::fgets(buffer, sizeof buffer, out_) ? buffer : "";
+  }
+  int wait() {
+    int status = 0;
+    if (pid_ > 0 && ::waitpid(pid_, &status, 0) == pid_) pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  FILE* out_ = nullptr;
+};
+
+class CliTest : public qipg_test::ClientTest {
+ protected:
+  void SetUp() override {
+    ClientTest::SetUp();
+    for (const auto& [name, value] :
+         {std::pair<const char*, std::string>{"XDG_DATA_HOME", (dir() / "xdg").string()},
+          {"QIPG_MID", kMID},
+          {"QIPG_KEY", kKey}}) {
+      env_.push_back(std::make_unique<ScopedEnv>(name, value));
+    }
+  }
+  void TearDown() override {
+    sandbox_.reset();
+    env_.clear();
+    ClientTest::TearDown();
+  }
+
+  // Starts ipg-sandbox in its default data directory with --ready-json and `extra`.
+  nlohmann::json startSandbox(const std::vector<std::string>& extra = {}) {
+    std::vector<std::string> argv = {program("ipg-sandbox"), "--port", "0", "--ready-json"};
+    argv.insert(argv.end(), extra.begin(), extra.end());
+    sandbox_ = std::make_unique<Child>(argv);
+    return nlohmann::json::parse(sandbox_->line(), nullptr, false);
+  }
+
+  ProcessRun ipg(const std::vector<std::string>& args, const std::string& input = "") {
+    std::string line = quoted(program("ipg"));
+    for (const std::string& arg : args) line += " " + quoted(arg);
+    return shell(line, input);
+  }
+
+  // Pays `order` with the test card by the card form; its transaction reference number.
+  std::string pay(const std::string& order, const std::string& amount) {
+    const ProcessRun run = ipg({"pay", "--standard", "--order", order, "--amount", amount,
+                                "--test-card", "approve", "--no-window", "--json"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    return nlohmann::json::parse(run.out, nullptr, false).value("transactionReferenceNo", "");
+  }
+
+  std::unique_ptr<Child> sandbox_;
+  std::vector<std::unique_ptr<ScopedEnv>> env_;
+};
+
+TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
+  const nlohmann::json ready = startSandbox();
+  ASSERT_TRUE(ready.is_object());
+  EXPECT_EQ(ready["mid"], kMID);
+  EXPECT_EQ(ready["baseURL"],
+            "https://127.0.0.1:" + std::to_string(ready["port"].get<int>()) + "/ipg/");
+  EXPECT_EQ(ready["caFile"], (dir() / "xdg/qipg/sandbox/ca.pem").string());
+  Child printEnv({program("ipg-sandbox"), "--port", "0", "--print-env", "--data-dir",
+                  (dir() / "other").string()});
+  for (const std::string& variable :
+       std::vector<std::string>{"QIPG_TEST_BASE_URL='https://127.0.0.1:", "QIPG_CA_FILE='",
+                                "QIPG_MID='QIPGTEST0001'", "QIPG_KEY='" + kKey}) {
+    EXPECT_EQ(printEnv.line().rfind("export " + variable, 0), 0u) << variable;
+  }
+  int order = 0;
+  for (const qipg::sandbox::TestCard& card : qipg::sandbox::testCards()) {
+    for (const char* flow : {"--standard", "--card"}) {
+      SCOPED_TRACE(std::string(card.name) + " " + flow);
+      const ProcessRun run =
+          ipg({"pay", flow, "--order", "TC" + std::to_string(++order), "--amount", "12.00",
+               "--test-card", card.name, "--no-window", "--json"});
+      EXPECT_EQ(run.exitCode, 0) << run.err;
+      const nlohmann::json record = nlohmann::json::parse(run.out, nullptr, false);
+      EXPECT_EQ(record.value("statusCode", ""), card.statusCode) << run.out;
+      EXPECT_EQ(record.value("statusDescription", ""), card.description);
+      EXPECT_EQ((run.out + run.err).find(card.number), std::string::npos);
+    }
+  }
+}
+
+TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
+  startSandbox({"--fault", "cancel=http500"});
+  const std::string ref = pay("F1", "10.50");
+  const std::string magicRef = pay("F2", "7.92");  // magic: its management answers are HTTP 500
+  const std::filesystem::path wrongKey = dir() / "wrong-key";
+  writeFile(wrongKey, "notTheMerchantsKey0123456789ABCD\n");
+  ::chmod(wrongKey.c_str(), 0600);
+  struct Row {
+    std::string fault;  // set on status first; empty: none
+    std::vector<std::string> args;
+    int exitCode;
+    std::string verdict;  // the statusCode, or the error's kind
+    std::string text;     // the statusDescription or the error's message; empty: not checked
+  };
+  const std::vector<std::string> status = {"status", "--order", "F1", "--ref", ref};
+  const std::vector<Row> rows = {
+      {"", status, 0, "S", "Captured"},
+      {"",
+       {"refund", "--order", "F1", "--ref", ref, "--amount", "2.50"},
+       0,
+       "S",
+       "Refund of 2.50 INR accepted; 8.00 INR left to refund"},
+      {"", {"cancel", "--order", "F1", "--ref", ref}, 4, "Http", ""},  // --fault at the start
+      {"", {"status", "--order", "F2", "--ref", magicRef}, 4, "Http", ""},
+      {"",
+       {"status", "--order", "F1", "--ref", ref, "--key-file", wrongKey.string()},
+       4,
+       "Unreadable",
+       "the answer could not be opened with this merchant key (wrong key?)"},
+      {"http500", status, 4, "Http", ""},
+      {"garbage", status, 4, "Unreadable", ""},
+      {"close", status, 3, "Network", ""},
+      {"wrong-key", status, 4, "Unreadable", ""},
+      {"hang", {"status", "--order", "F1", "--ref", ref, "--timeout", "1"}, 3, "Timeout", ""},
+      {"delay=1200", status, 0, "R", "Partially refunded: 2.50 of 10.50 INR"},
+      {"none", {"status", "--order", "NOPE", "--ref", "1"}, 0, "F", "Transaction not found"},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.fault + " " + row.args[0] + " " + row.args[2]);
+    if (!row.fault.empty()) {
+      const ProcessRun set = ipg({"sandbox", "fault", "status", row.fault});
+      ASSERT_EQ(set.exitCode, 0) << set.err;
+      EXPECT_EQ(set.out, "status: " + row.fault + "\n");
+    }
+    std::vector<std::string> args = row.args;
+    args.push_back("--json");
+    const ProcessRun run = ipg(args);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+    const nlohmann::json out = nlohmann::json::parse(run.out, nullptr, false);
+    const bool error = out.contains("error");
+    EXPECT_EQ((error ? out["error"] : out).value(error ? "kind" : "statusCode", ""), row.verdict)
+        << run.out;
+    if (!row.text.empty()) {
+      EXPECT_EQ((error ? out["error"] : out).value(error ? "message" : "statusDescription", ""),
+                row.text);
+    }
+  }
+}
+
+TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
+  startSandbox({"--fault", "invoice=hang"});
+  const std::filesystem::path cardFile = dir() / "card";
+  writeFile(cardFile, "5555555555554444\n1239\n987\nJane Doe\n");
+  ::chmod(cardFile.c_str(), 0600);
+  for (const auto& [name, value] :
+       {std::pair<const char*, const char*>{"QIPG_CARD_NUMBER", "5555555555554444"},
+        {"QIPG_CARD_EXPIRY", "1239"},
+        {"QIPG_CARD_CVV", "987"},
+        {"QIPG_CARD_HOLDER", "Jane Doe"}}) {
+    env_.push_back(std::make_unique<ScopedEnv>(name, value));
+  }
+  const std::vector<std::vector<std::string>> commands = {
+      {"--standard", "--order", "P1", "--test-card", "approve-mc"},
+      {"--card", "--order", "P2", "--card-file", cardFile.string()},
+      {"--card", "--order", "P3"},  // from QIPG_CARD_*
+  };
+  std::vector<std::unique_ptr<Child>> payments;
+  for (const auto& command : commands) {
+    std::vector<std::string> argv = {program("ipg"), "pay",         "--amount",
+                                     "3.00",         "--no-window", "--json"};
+    argv.insert(argv.end(), command.begin(), command.end());
+    payments.push_back(std::make_unique<Child>(argv));
+    // The sandbox holds it at the final page, so it is still running when this reads.
+    const std::string proc = "/proc/" + std::to_string(payments.back()->pid()) + "/cmdline";
+    std::string cmdline;
+    for (int i = 0; i < 1000 && cmdline.empty(); ++i) {
+      cmdline = qipg_test::readFile(proc);
+      if (cmdline.empty()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_NE(cmdline.find("--no-window"), std::string::npos)
+        << command[0] << " [" << cmdline << "]";
+    for (const std::string secret : {"5555555555554444", "987", kKey.c_str()}) {
+      EXPECT_EQ(cmdline.find(secret), std::string::npos) << secret;
+    }
+  }
+  ASSERT_EQ(ipg({"sandbox", "fault", "invoice", "none"}).exitCode, 0);
+  for (auto& payment : payments) {
+    EXPECT_NE(payment->line().find("\"statusCode\":\"S\""), std::string::npos);
+    EXPECT_EQ(payment->wait(), 0);
+  }
+}
+
+TEST_F(CliTest, RefusesWhatItMustNotDo) {
+  const std::filesystem::path open = dir() / "open-card";
+  writeFile(open, "4111111111111111\n1239\n123\nJane Doe\n");
+  ::chmod(open.c_str(), 0644);
+  const std::string remote = "https://gateway.example/ipg/";
+  const std::string help = "Run with --help for more information.\n";
+  const struct {
+    std::vector<std::string> args;
+    std::string input;
+    int exitCode;
+    std::string err;
+  } rows[] = {
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--card-file", open.string()},
+       "",
+       2,
+       "ipg pay: the card file " + open.string() +
+           " is open to other users (mode 0644); make it yours and owner-only: chmod 600\n"},
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "approve", "--base-url",
+        remote},
+       "",
+       2,
+       "ipg pay: test cards are for a sandbox on this machine, not " + remote + "\n"},
+      {{"pay", "--standard", "--order", "R1", "--amount", "1", "--card-stdin", "--no-window",
+        "--base-url", remote},
+       "4111111111111111\n1239\n123\nJane\n",
+       1,
+       "ipg pay: a payment without a window is for a test gateway on this machine only, not " +
+           remote + "doMEPayRequest\n"},
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "visa"},
+       "",
+       2,
+       "ipg pay: no test card \"visa\" (approve, approve-mc, decline, gateway-error, unknown, "
+       "invalid-number, expired)\n"},
+      {{"pay", "--order", "R1"}, "", 2, "--standard or --card is required\n" + help},
+      {{"status", "--order", "--ref", "1"},
+       "",
+       2,
+       "--order: needs a value, not the option --ref\n" + help},
+      {{"status", "--order", "A-1", "--ref", "1", "--base-url", remote},
+       "",
+       2,
+       "ipg status: Input: Invalid Order ID Input\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.args[0] + " " + row.args.back());
+    const ProcessRun run = ipg(row.args, row.input);
+    EXPECT_EQ(run.exitCode, row.exitCode);
+    EXPECT_EQ(run.err, row.err);
+    EXPECT_EQ(run.out.find("4111111111111111"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace qipg_e2e
