@@ -144,7 +144,7 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   if (url.size() != asRead->size() ||
       !internal::equalsIgnoringAsciiCase(std::string_view(url).substr(0, origin),
                                          std::string_view(*asRead).substr(0, origin)) ||
-      url.compare(origin, std::string::npos, *path) != 0) {
+      std::string_view(url).substr(origin) != *path) {
     return refuse(" reads as " + canonical + "; write it so: " + shown);
   }
   return BaseURL{canonical, std::nullopt};

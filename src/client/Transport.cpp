@@ -90,8 +90,8 @@ struct Transfer {
 
 // What the transport and its thread share.
 struct State {
-  explicit State(const GatewayConfig& gatewayConfig)
-      : config(gatewayConfig),
+  explicit State(GatewayConfig gatewayConfig)
+      : config(std::move(gatewayConfig)),
         pool(std::make_shared<CompletionPool>(Transport::kMaxCompletionThreads)) {}
 
   const GatewayConfig config;
