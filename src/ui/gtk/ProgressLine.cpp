@@ -1,5 +1,7 @@
 #include "ui/gtk/ProgressLine.h"
 
+#include "ui/window/Layout.h"
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -37,18 +39,6 @@ void drawLine(GtkDrawingArea*, cairo_t* cr, int width, int height, gpointer data
 
 void releaseState(gpointer data) {
   delete static_cast<std::shared_ptr<ProgressLine::State>*>(data);
-}
-
-// One axis of autoresizing: the growth `delta` is shared equally by the flexible parts (the
-// leading margin, the size, the trailing margin); a fixed size keeps its margins fixed on the
-// leading side.
-void resizeAxis(double& origin, double& size, double delta, bool flexLeading, bool flexSize,
-                bool flexTrailing) {
-  const int parts = (flexLeading ? 1 : 0) + (flexSize ? 1 : 0) + (flexTrailing ? 1 : 0);
-  if (parts == 0) return;
-  const double share = delta / parts;
-  if (flexLeading) origin += share;
-  if (flexSize) size = std::max(0.0, size + share);
 }
 
 }  // namespace
@@ -132,19 +122,13 @@ gboolean ProgressLine::placeChild(GtkOverlay* bar, GtkWidget* child, GdkRectangl
       static_cast<std::shared_ptr<State>*>(g_object_get_data(G_OBJECT(child), kStateKey));
   if (shared == nullptr) return FALSE;
   const State& state = **shared;
-  double x = state.frame.x, y = state.frame.y;
-  double width = state.frame.width, height = state.frame.height;
-  const unsigned m = state.mask;
-  resizeAxis(x, width, gtk_widget_get_width(GTK_WIDGET(bar)) - state.barWidth,
-             m & AutoresizingFlexibleLeftMargin, m & AutoresizingFlexibleWidth,
-             m & AutoresizingFlexibleRightMargin);
-  resizeAxis(y, height, gtk_widget_get_height(GTK_WIDGET(bar)) - state.barHeight,
-             m & AutoresizingFlexibleTopMargin, m & AutoresizingFlexibleHeight,
-             m & AutoresizingFlexibleBottomMargin);
-  allocation->x = static_cast<int>(std::lround(x));
-  allocation->y = static_cast<int>(std::lround(y));
-  allocation->width = static_cast<int>(std::lround(width));
-  allocation->height = static_cast<int>(std::lround(height));
+  const Rect place = autoresized(state.frame, state.mask, state.barWidth, state.barHeight,
+                                 gtk_widget_get_width(GTK_WIDGET(bar)),
+                                 gtk_widget_get_height(GTK_WIDGET(bar)));
+  allocation->x = static_cast<int>(std::lround(place.x));
+  allocation->y = static_cast<int>(std::lround(place.y));
+  allocation->width = static_cast<int>(std::lround(place.width));
+  allocation->height = static_cast<int>(std::lround(place.height));
   return TRUE;
 }
 

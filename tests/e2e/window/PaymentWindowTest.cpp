@@ -1,10 +1,11 @@
-// The payment window with real WebKit against the sandbox gateway: payments completed and
-// declined on the gateway's pages under the test and the production address, Cancel and the
-// window's close button, the progress line while a page loads, and a load failure.
-// Every wait is bounded by a GLib time-out that fails the test instead of hanging it.
+// The payment window with a real browser engine against the sandbox gateway, one body for
+// every toolkit (Toolkit.h picks it): payments approved, declined and captured on the
+// gateway's pages, Cancel and the close button with reconciliation, a final page without its
+// result, certificates trusted only where asked, and the progress line and a load failure.
+// Every wait is bounded by a time-out that fails the test instead of hanging it.
 #include <gtest/gtest.h>
-#include <gtk/gtk.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -13,18 +14,16 @@
 #include <vector>
 
 #include "Sandbox.h"
-#include "qipg/PaymentWindow.h"
+#include "Toolkit.h"
 #include "qipg/QuandrelIPG.h"
 
 namespace qipg {
 namespace {
 
-constexpr char kUnusedBaseURL[] = "https://gateway.invalid/ipg/";
+using toolkit::spinUntil;
 
-// Iterates the main loop until `done()`; false when `seconds` pass first.
-bool spinUntil(const std::function<bool()>& done, unsigned seconds = 120) {
-  return runMainLoopUntil(done, seconds);
-}
+constexpr char kUnusedBaseURL[] = "https://gateway.invalid/ipg/";
+constexpr char kExpiry[] = "1249";
 
 std::unique_ptr<sandbox::Sandbox> startSandbox(const std::string& name) {
   sandbox::Options options;
@@ -35,53 +34,52 @@ std::unique_ptr<sandbox::Sandbox> startSandbox(const std::string& name) {
   return started;
 }
 
-constexpr char kExpiry[] = "1249";
-
 std::string fillCardForm(const std::string& cardNumber) {
   return "(() => { const set = (id, v) => { document.getElementById(id).value = v; };"
          "set('cardNumber', '" +
-         cardNumber + "'); set('expiry', '" + kExpiry + "');"
+         cardNumber + "'); set('expiry', '" + kExpiry +
+         "');"
          "set('cvv', '123'); set('holder', 'Jane Doe');"
          "document.querySelector('form').requestSubmit(); return 'ok'; })()";
 }
 
-GatewayConfig finalPageUnder(const std::string& testBase, const std::string& productionBase) {
-  GatewayConfig config;
-  config.testBaseURL = testBase;
-  config.productionBaseURL = productionBase;
-  return config;
+std::string upperScheme(std::string url) {
+  std::transform(url.begin(), url.begin() + static_cast<long>(url.find(':')), url.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  return url;
 }
 
-// The progress lines under `window`.
-void findLines(GtkWidget* widget, std::vector<GtkWidget*>& lines) {
-  if (gtk_widget_has_css_class(widget, "qipg-progress-line")) lines.push_back(widget);
-  for (GtkWidget* c = gtk_widget_get_first_child(widget); c; c = gtk_widget_get_next_sibling(c)) {
-    findLines(c, lines);
-  }
-}
+// How a flow finds the final page: through the client that built the request, or through
+// base URLs given to the window.
+struct FinalPages {
+  bool fromClient = true;
+  std::string test, production;
+};
 
 // One payment window and what it did, in order.
 struct Flow {
   Flow(const sandbox::Sandbox& gateway, bool cardCapture, const std::string& cardNumber,
-       GatewayConfig finalPages, const std::function<void(PaymentWindowOptions&)>& adjust = {})
-      : order("GTK" + std::to_string(++count)) {
+       const FinalPages& finalPages,
+       const std::function<void(PaymentWindowOptions&)>& adjust = {})
+      : order(std::string(toolkit::kName) + std::to_string(++count)), gatewayBase(gateway.baseURL()) {
     GatewayConfig clientConfig;
     clientConfig.testBaseURL = gateway.baseURL();
     clientConfig.caFile = gateway.caFile();
-    auto client = QuandrelIPG::create(IPGEnvironmentTest, clientConfig);
+    client = QuandrelIPG::create(IPGEnvironmentTest, clientConfig);
     std::string failure;
     auto recorder =
         makeResponseDelegate(nullptr, nullptr, [&](const std::string& m) { failure = m; });
     const auto* mid = sandbox::kTestMerchantId;
     const auto* key = sandbox::kTestMerchantKey;
-    auto request =
+    auto built =
         cardCapture
             ? client->getCardCapturePaymentRequest(order, "7.25", "INR", "Tickets", 1, "Jane Doe",
                                                    cardNumber, kExpiry, "123", 0, "", "", "",
                                                    "", "", "", "", "", "", "", mid, key, recorder)
             : client->getStandardPaymentRequest(order, "10.50", "INR", "Books", 1, "", "", "", "",
                                                 "", "", "", "", "", "", mid, key, recorder);
-    EXPECT_TRUE(request.has_value()) << failure;
+    EXPECT_TRUE(built.has_value()) << failure;
+    request = built.value_or(URLRequest{});
 
     delegate = makePaymentControllerDelegate(
         [this](const PaymentResponse& response) {
@@ -92,17 +90,37 @@ struct Flow {
           openWhenTold = window->isOpen();
           ++cancelled;
         });
-    PaymentWindowOptions options;
-    options.gateway = std::move(finalPages);
+    if (finalPages.fromClient) {
+      options.client = client;
+    } else {
+      options.gateway.testBaseURL = finalPages.test;
+      options.gateway.productionBaseURL = finalPages.production;
+    }
     options.trustedCAFile = gateway.caFile();
     options.trustedHost = "127.0.0.1";
     options.onPageLoad = [this](PageLoadEvent event, const std::string& uri) {
       loads.emplace_back(event, uri);
+      if (event == PageLoadEvent::Finished && uri.rfind(gatewayBase, 0) != 0 && window &&
+          toolkit::webViewShown(*window)) {
+        blankShown = true;
+      }
     };
     if (adjust) adjust(options);
+  }
+
+  void open() {
     std::string error;
-    window = presentPaymentWindow(request.value_or(URLRequest{}), delegate, options, &error);
-    EXPECT_NE(window, nullptr) << error;
+    window = toolkit::present(request, delegate, options, &error);
+    ASSERT_NE(window, nullptr) << error;
+  }
+
+  void reconcile() {
+    options.client = client;
+    options.reconcile = PaymentReconciliation{order, sandbox::kTestMerchantId,
+                                              sandbox::kTestMerchantKey,
+                                              [this](const PaymentResponse& status) {
+                                                statuses.push_back(status);
+                                              }};
   }
 
   bool told() const { return cancelled + completed.size() > 0; }
@@ -131,14 +149,21 @@ struct Flow {
     EXPECT_TRUE(spinUntil([&] { return answered; })) << "no answer to a script";
     return result;
   }
+
   static inline int count = 0;
   std::string order;
+  std::string gatewayBase;
+  std::shared_ptr<QuandrelIPG> client;
+  URLRequest request;
+  PaymentWindowOptions options;
   std::vector<std::pair<PageLoadEvent, std::string>> loads;
   std::vector<PaymentResponse> completed;
+  std::vector<PaymentResponse> statuses;
   std::size_t cancelled = 0;
   bool openWhenTold = true;
+  bool blankShown = false;
   std::shared_ptr<IPGPaymentControllerDelegate> delegate;
-  std::shared_ptr<PaymentWindow> window;
+  std::shared_ptr<toolkit::Window> window;
 };
 
 class PaymentWindowTest : public ::testing::Test {
@@ -157,24 +182,26 @@ TEST_F(PaymentWindowTest, PaymentsOnTheGatewaysPagesReachTheDelegateAfterDismiss
     const char* name;
     bool cardCapture;
     const char* card;
-    GatewayConfig finalPages;
+    FinalPages finalPages;
     const char* status;
     const char* description;
   } cases[] = {
-      {"standard, test address", false, "4111 1111 1111 1111", finalPageUnder(base, kUnusedBaseURL),
-       "S", "Transaction successful"},
-      {"standard, declined card", false, "4000000000000002", finalPageUnder(base, kUnusedBaseURL),
-       "F", "Declined by issuer"},
-      {"card capture, production address", true, "4111111111111111",
-       finalPageUnder(kUnusedBaseURL, base), "S", "Transaction successful"},
+      {"standard, the client's test address", false, "4111 1111 1111 1111", {}, "S",
+       "Transaction successful"},
+      {"standard, declined card", false, "4000000000000002", {}, "F", "Declined by issuer"},
+      {"card capture, production address spelt in capitals", true, "4111111111111111",
+       {false, kUnusedBaseURL, upperScheme(base)}, "S", "Transaction successful"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Flow flow(*gateway, c.cardCapture, c.card, c.finalPages);
+    if (c.finalPages.fromClient) flow.reconcile();  // asked for; a readable record needs none
+    flow.open();
     ASSERT_TRUE(spinUntil([&] {
       return flow.saw(PageLoadEvent::Finished,
                       page(c.cardCapture ? "doMEPayRequestCard" : "doMEPayRequest"));
     })) << "the gateway's payment page did not load";
+    EXPECT_FALSE(flow.blankShown) << "a page before the gateway's was shown";
 
     flow.run(c.cardCapture ? "document.querySelector('form').requestSubmit()"
                            : fillCardForm(c.card));
@@ -192,40 +219,61 @@ TEST_F(PaymentWindowTest, PaymentsOnTheGatewaysPagesReachTheDelegateAfterDismiss
     ASSERT_TRUE(stored.has_value());
     EXPECT_EQ(record.transactionReferenceNo(), Text(stored->referenceNo));
     EXPECT_EQ(stored->state, c.status[0] == 'S' ? "captured" : "failed");
+    toolkit::drain();
+    EXPECT_TRUE(flow.statuses.empty());
   }
 }
 
-TEST_F(PaymentWindowTest, CancelButtonAndCloseButtonCancelAfterDismissal) {
-  const std::function<void(GtkWindow*)> closers[] = {
-      [](GtkWindow* window) {  // the bar's Cancel button
-        GtkWidget* bar = gtk_widget_get_first_child(GTK_WIDGET(window));
-        GtkWidget* cancel = nullptr;
-        for (GtkWidget* w = bar; w != nullptr && cancel == nullptr;
-             w = gtk_widget_get_first_child(w)) {
-          if (GTK_IS_BUTTON(w)) cancel = w;
-        }
-        ASSERT_NE(cancel, nullptr);
-        EXPECT_STREQ(gtk_button_get_label(GTK_BUTTON(cancel)), "Cancel");
-        g_signal_emit_by_name(cancel, "clicked");
-      },
-      [](GtkWindow* window) { gtk_window_close(window); },  // the window's close button
+// The customer leaves (Cancel, or the window's close button), or the final page arrives
+// spoilt: the delegate hears what the window saw, and reconciliation what the gateway knows.
+TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
+  const struct {
+    const char* name;
+    std::function<void(Flow&)> finish;
+    bool cancelled;
+    const char* state;   // the gateway's record of the order
+    const char* status;  // its status record's code
+  } cases[] = {
+      {"Cancel on the card form", [](Flow& f) { f.window->pressCancel(); }, true, "pending", "P"},
+      {"the close button", [](Flow& f) { toolkit::closeWithWindowButton(*f.window); }, true,
+       "pending", "P"},
+      {"paid, final page without its result",
+       [](Flow& f) {
+         gateway->setFault(sandbox::Endpoint::kPaymentInvoice, sandbox::Fault::kGarbage);
+         f.run(fillCardForm("4111111111111111"));
+       },
+       false, "captured", "S"},
   };
-  for (const auto& close : closers) {
-    Flow flow(*gateway, false, "", finalPageUnder(gateway->baseURL(), kUnusedBaseURL));
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    Flow flow(*gateway, false, "", {});
+    flow.reconcile();
+    flow.open();
     ASSERT_TRUE(
         spinUntil([&] { return flow.saw(PageLoadEvent::Finished, page("doMEPayRequest")); }));
-    close(GTK_WINDOW(flow.window->nativeWindow()));
-    ASSERT_TRUE(spinUntil([&] { return flow.told(); }));
-    EXPECT_EQ(flow.cancelled, 1u);
-    EXPECT_TRUE(flow.completed.empty());
+    c.finish(flow);
+    ASSERT_TRUE(spinUntil([&] { return !flow.statuses.empty(); })) << "no reconciliation";
+    gateway->clearFaults();
+    EXPECT_EQ(flow.cancelled, c.cancelled ? 1u : 0u);
     EXPECT_FALSE(flow.openWhenTold) << "the delegate was told before the dismissal";
-    EXPECT_EQ(flow.window->nativeWindow(), nullptr);  // the window is gone for good
+    EXPECT_EQ(flow.window->nativeWindow() == nullptr || !flow.window->isOpen(), true);
+    if (!c.cancelled) {  // the delegate's record is the unreadable one, as ever
+      ASSERT_EQ(flow.completed.size(), 1u);
+      EXPECT_EQ(flow.completed[0].statusCode(), Text("F"));
+      EXPECT_EQ(flow.completed[0].orderID(), std::nullopt);
+    }
+    const auto stored = gateway->transaction(sandbox::kTestMerchantId, flow.order);
+    ASSERT_TRUE(stored.has_value());
+    EXPECT_EQ(stored->state, c.state);
+    ASSERT_EQ(flow.statuses.size(), 1u);
+    EXPECT_EQ(flow.statuses[0].orderID(), Text(flow.order));
+    EXPECT_EQ(flow.statuses[0].statusCode(), Text(c.status));
   }
 }
 
 TEST_F(PaymentWindowTest, SandboxCertificateIsTrustedOnlyForItsHostAndOnlyWhenAsked) {
-  // A gateway whose certificate no window of this process has accepted yet (WebKit keeps an
-  // accepted certificate for the whole process).
+  // A gateway whose certificate no window of this process has accepted yet (an engine may keep
+  // an accepted certificate for the whole process).
   auto other = startSandbox("other");
   ASSERT_NE(other, nullptr);
   const std::string form = other->baseURL() + "doMEPayRequest";
@@ -234,16 +282,15 @@ TEST_F(PaymentWindowTest, SandboxCertificateIsTrustedOnlyForItsHostAndOnlyWhenAs
       {other->caFile(), "localhost"},    // another host
       {gateway->caFile(), "127.0.0.1"},  // another authority
   };
-  for (const auto& trust : trusts) {
-    const std::string caFile = trust.first, host = trust.second;
+  for (const auto& [caFile, host] : trusts) {
     SCOPED_TRACE(caFile + " for " + host);
-    Flow flow(*other, false, "", finalPageUnder(other->baseURL(), kUnusedBaseURL),
-              [&](PaymentWindowOptions& options) {
-                options.trustedCAFile = caFile;
-                options.trustedHost = host;
-              });
+    Flow flow(*other, false, "", {}, [&](PaymentWindowOptions& options) {
+      options.trustedCAFile = caFile;
+      options.trustedHost = host;
+    });
+    flow.open();
     ASSERT_TRUE(spinUntil([&] { return flow.saw(PageLoadEvent::Failed, form); }));
-    while (g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
+    toolkit::drain();
     EXPECT_FALSE(flow.saw(PageLoadEvent::Finished, form));
     EXPECT_TRUE(flow.window->isOpen());
     flow.window->pressCancel();
@@ -256,37 +303,33 @@ TEST_F(PaymentWindowTest, ProgressLineShowsWhileLoadingAndAFailureLeavesTheWindo
   ASSERT_NE(doomed, nullptr);
   // The gateway holds the payment page's request: the line shows until it is answered.
   doomed->setFault(sandbox::Endpoint::kPaymentPage, sandbox::Fault::kHang);
-  Flow flow(*doomed, false, "", finalPageUnder(doomed->baseURL(), kUnusedBaseURL));
-  std::vector<GtkWidget*> lines;
-  graphene_rect_t line{};
+  Flow flow(*doomed, false, "", {});
+  flow.open();
+  std::optional<toolkit::Line> line;
   ASSERT_TRUE(spinUntil([&] {
-    lines.clear();
-    findLines(GTK_WIDGET(flow.window->nativeWindow()), lines);
-    return doomed->heldRequests() == 1 && lines.size() == 1 && gtk_widget_get_mapped(lines[0]) &&
-           gtk_widget_compute_bounds(lines[0], gtk_widget_get_parent(lines[0]), &line) &&
-           line.size.width > 0;
+    line = toolkit::progressLine(*flow.window);
+    return doomed->heldRequests() == 1 && line && line->shown && line->width > 0;
   })) << "the line did not show";
-  // In the bar's own coordinates and size (its content box, above its bottom border).
-  GtkWidget* bar = gtk_widget_get_parent(lines[0]);
-  EXPECT_EQ(line.origin.x, 0.0f);
-  EXPECT_EQ(line.origin.y, gtk_widget_get_height(bar) - 2.0f);
-  EXPECT_EQ(line.size.width, static_cast<float>(gtk_widget_get_width(bar)));
-  EXPECT_EQ(line.size.height, 2.0f);
+  // Along the bottom edge of the bar's content box, 2 pixels high, its full width.
+  EXPECT_EQ(line->x, 0.0);
+  EXPECT_EQ(line->y, line->barHeight - 2.0);
+  EXPECT_EQ(line->width, line->barWidth);
+  EXPECT_EQ(line->height, 2.0);
 
   doomed->clearFaults();
   const std::string form = doomed->baseURL() + "doMEPayRequest";
   ASSERT_TRUE(spinUntil([&] { return flow.saw(PageLoadEvent::Finished, form); }));
-  EXPECT_FALSE(gtk_widget_get_visible(lines[0]));
+  EXPECT_FALSE(toolkit::progressLine(*flow.window)->shown);
 
   // The gateway goes away; the card form's post fails.
   flow.loads.clear();
   doomed->stop();
   flow.run(fillCardForm("4111111111111111"));
   ASSERT_TRUE(spinUntil([&] { return flow.saw(PageLoadEvent::Failed); })) << "no failure";
-  while (g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
+  toolkit::drain();
   EXPECT_TRUE(flow.window->isOpen());
   EXPECT_FALSE(flow.told());
-  EXPECT_FALSE(gtk_widget_get_visible(lines[0]));
+  EXPECT_FALSE(toolkit::progressLine(*flow.window)->shown);
   // The card form is still there for the customer, who can still cancel.
   EXPECT_EQ(flow.run("document.getElementById('cardNumber') ? 'form' : 'gone'"), Text("form"));
   flow.window->pressCancel();

@@ -1,0 +1,78 @@
+// The GTK window for the shared window tests (and the window benchmark).
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qipg/PaymentWindow.h"
+
+namespace toolkit {
+
+constexpr char kName[] = "gtk";
+using Window = qipg::PaymentWindow;
+
+inline bool init(int*, char**) { return gtk_init_check(); }
+
+inline std::shared_ptr<Window> present(const qipg::URLRequest& request,
+                                       std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
+                                       qipg::PaymentWindowOptions options, std::string* error) {
+  return qipg::presentPaymentWindow(request, std::move(delegate), std::move(options), error);
+}
+
+inline std::optional<qipg::PaymentOutcome> run(const qipg::URLRequest& request,
+                                               qipg::PaymentWindowOptions options,
+                                               std::string* error) {
+  return qipg::runPaymentWindow(request, std::move(options), error);
+}
+
+inline bool spinUntil(const std::function<bool()>& done, unsigned seconds = 120) {
+  return qipg::runMainLoopUntil(done, seconds);
+}
+
+// Handles whatever is ready now, without waiting.
+inline void drain() {
+  while (g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
+}
+
+inline void closeWithWindowButton(Window& window) {
+  gtk_window_close(GTK_WINDOW(window.nativeWindow()));
+}
+
+inline bool webViewShown(Window& window) {
+  auto* view = GTK_WIDGET(window.nativeWebView());
+  return view != nullptr && gtk_widget_get_visible(view) && gtk_widget_get_opacity(view) > 0.0;
+}
+
+// The newest progress line: whether it shows, and its place in the bar's content box.
+struct Line {
+  bool shown = false;
+  double x = 0, y = 0, width = 0, height = 0, barWidth = 0, barHeight = 0;
+};
+
+inline void findLines(GtkWidget* widget, std::vector<GtkWidget*>& lines) {
+  if (gtk_widget_has_css_class(widget, "qipg-progress-line")) lines.push_back(widget);
+  for (GtkWidget* c = gtk_widget_get_first_child(widget); c; c = gtk_widget_get_next_sibling(c)) {
+    findLines(c, lines);
+  }
+}
+
+inline std::optional<Line> progressLine(Window& window) {
+  std::vector<GtkWidget*> lines;
+  if (window.nativeWindow() == nullptr) return std::nullopt;
+  findLines(GTK_WIDGET(window.nativeWindow()), lines);
+  if (lines.empty()) return std::nullopt;
+  GtkWidget* line = lines.back();
+  GtkWidget* bar = gtk_widget_get_parent(line);
+  graphene_rect_t place{};
+  if (!gtk_widget_compute_bounds(line, bar, &place)) place = {};
+  return Line{gtk_widget_get_mapped(line) != 0, place.origin.x, place.origin.y, place.size.width,
+              place.size.height, static_cast<double>(gtk_widget_get_width(bar)),
+              static_cast<double>(gtk_widget_get_height(bar))};
+}
+
+}  // namespace toolkit
