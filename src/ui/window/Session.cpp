@@ -48,7 +48,7 @@ class ReconcilingDelegate final : public IPGPaymentControllerDelegate {
     auto answer = makeResponseDelegate(
         deliver, [deliver](const std::string& reason) { deliver(failedStatus(reason)); },
         [deliver](const std::string& reason) { deliver(failedStatus(reason)); });
-    client_->getTransactionStatus(reconcile_.orderID, std::nullopt, reconcile_.merchantID,
+    client_->getTransactionStatus(reconcile_.orderID, std::string(), reconcile_.merchantID,
                                   reconcile_.encryptionKey, answer);
   }
 
