@@ -1,31 +1,18 @@
 #include "ui/gtk/ProgressLine.h"
 
-#include "ui/window/Layout.h"
-
 #include <algorithm>
 #include <cmath>
 #include <utility>
 
 namespace qipg::internal {
-
-struct ProgressLine::State {
-  float progress = 0.0f;
-  bool hidden = false;
-  ProgressViewStyle style = ProgressViewStyle::Default;
-  Color tint = Color::systemBlue();
-  unsigned mask = AutoresizingNone;
-  Rect frame;
-  // The bar's size when the frame was set: growth since then is shared out by the mask.
-  double barWidth = 0.0;
-  double barHeight = 0.0;
-};
-
 namespace {
+
+using SharedState = std::shared_ptr<ProgressLineState>;
 
 constexpr char kStateKey[] = "qipg-progress-line";
 
 void drawLine(GtkDrawingArea*, cairo_t* cr, int width, int height, gpointer data) {
-  const auto& state = **static_cast<std::shared_ptr<ProgressLine::State>*>(data);
+  const auto& state = **static_cast<SharedState*>(data);
   if (state.style == ProgressViewStyle::Default) {  // a faint track under the progress
     cairo_set_source_rgba(cr, 0.0, 0.0, 0.0, 0.08);
     cairo_rectangle(cr, 0, 0, width, height);
@@ -37,14 +24,12 @@ void drawLine(GtkDrawingArea*, cairo_t* cr, int width, int height, gpointer data
   cairo_fill(cr);
 }
 
-void releaseState(gpointer data) {
-  delete static_cast<std::shared_ptr<ProgressLine::State>*>(data);
-}
+void releaseState(gpointer data) { delete static_cast<SharedState*>(data); }
 
 }  // namespace
 
-ProgressLine::ProgressLine(GtkWidget* widget, std::shared_ptr<State> state)
-    : widget_(widget), state_(std::move(state)) {
+ProgressLine::ProgressLine(GtkWidget* widget, SharedState state)
+    : ProgressLineBase(std::move(state)), widget_(widget) {
   g_object_add_weak_pointer(G_OBJECT(widget_), reinterpret_cast<gpointer*>(&widget_));
 }
 
@@ -63,12 +48,11 @@ std::shared_ptr<ProgressLine> ProgressLine::addTo(GtkOverlay* bar) {
   gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_VALUE_MIN, 0.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_MAX, 1.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_NOW, 0.0, -1);
-  auto state = std::make_shared<State>();
+  auto state = std::make_shared<ProgressLineState>();
   // The widget shares the state through its draw function and its object data.
-  gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(widget), &drawLine,
-                                 new std::shared_ptr<State>(state), &releaseState);
-  g_object_set_data_full(G_OBJECT(widget), kStateKey, new std::shared_ptr<State>(state),
-                         &releaseState);
+  gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(widget), &drawLine, new SharedState(state),
+                                 &releaseState);
+  g_object_set_data_full(G_OBJECT(widget), kStateKey, new SharedState(state), &releaseState);
   gtk_overlay_add_overlay(bar, widget);
   return std::shared_ptr<ProgressLine>(new ProgressLine(widget, std::move(state)));
 }
@@ -81,50 +65,21 @@ void ProgressLine::changed() {
   gtk_widget_queue_draw(widget_);
 }
 
-void ProgressLine::setProgress(float progress) {
-  state_->progress = progress;
-  changed();
-}
-float ProgressLine::progress() const { return state_->progress; }
-
-void ProgressLine::setHidden(bool hidden) {
-  state_->hidden = hidden;
-  changed();
-}
-bool ProgressLine::isHidden() const { return state_->hidden; }
-
-void ProgressLine::setProgressViewStyle(ProgressViewStyle style) {
-  state_->style = style;
-  changed();
-}
-
-void ProgressLine::setTintColor(const Color& color) {
-  state_->tint = color;
-  changed();
-}
-
-void ProgressLine::setAutoresizingMask(unsigned mask) { state_->mask = mask; }
-
-void ProgressLine::setFrame(const Rect& frame) {
-  state_->frame = frame;
-  if (widget_ != nullptr) {
-    if (GtkWidget* bar = gtk_widget_get_parent(widget_)) {
-      state_->barWidth = gtk_widget_get_width(bar);
-      state_->barHeight = gtk_widget_get_height(bar);
-      gtk_widget_queue_allocate(bar);
-    }
+void ProgressLine::framed() {
+  if (widget_ == nullptr) return;
+  if (GtkWidget* bar = gtk_widget_get_parent(widget_)) {
+    state_->barWidth = gtk_widget_get_width(bar);
+    state_->barHeight = gtk_widget_get_height(bar);
+    gtk_widget_queue_allocate(bar);
   }
 }
 
 gboolean ProgressLine::placeChild(GtkOverlay* bar, GtkWidget* child, GdkRectangle* allocation,
                                   gpointer /*unused*/) {
-  auto* shared =
-      static_cast<std::shared_ptr<State>*>(g_object_get_data(G_OBJECT(child), kStateKey));
+  auto* shared = static_cast<SharedState*>(g_object_get_data(G_OBJECT(child), kStateKey));
   if (shared == nullptr) return FALSE;
-  const State& state = **shared;
-  const Rect place = autoresized(state.frame, state.mask, state.barWidth, state.barHeight,
-                                 gtk_widget_get_width(GTK_WIDGET(bar)),
-                                 gtk_widget_get_height(GTK_WIDGET(bar)));
+  const Rect place = (*shared)->placeIn(gtk_widget_get_width(GTK_WIDGET(bar)),
+                                        gtk_widget_get_height(GTK_WIDGET(bar)));
   allocation->x = static_cast<int>(std::lround(place.x));
   allocation->y = static_cast<int>(std::lround(place.y));
   allocation->width = static_cast<int>(std::lround(place.width));

@@ -5,30 +5,17 @@
 #include <cmath>
 #include <utility>
 
-#include "ui/window/Layout.h"
-
 namespace qipg::internal {
-
-struct ProgressLine::State {
-  float progress = 0.0f;
-  bool hidden = false;
-  ProgressViewStyle style = ProgressViewStyle::Default;
-  Color tint = Color::systemBlue();
-  unsigned mask = AutoresizingNone;
-  Rect frame;
-  // The bar's size when the frame was set: growth since then is shared out by the mask.
-  double barWidth = 0.0;
-  double barHeight = 0.0;
-};
 
 class ProgressLine::Widget final : public QWidget {
  public:
-  Widget(QWidget* bar, std::shared_ptr<State> state) : QWidget(bar), state_(std::move(state)) {
+  Widget(QWidget* bar, std::shared_ptr<ProgressLineState> state)
+      : QWidget(bar), state_(std::move(state)) {
     setObjectName("qipg-progress-line");
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setFocusPolicy(Qt::NoFocus);
   }
-  const State& state() const { return *state_; }
+  const ProgressLineState& state() const { return *state_; }
 
  protected:
   void paintEvent(QPaintEvent*) override {
@@ -43,14 +30,14 @@ class ProgressLine::Widget final : public QWidget {
   }
 
  private:
-  std::shared_ptr<State> state_;
+  std::shared_ptr<ProgressLineState> state_;
 };
 
-ProgressLine::ProgressLine(Widget* widget, std::shared_ptr<State> state)
-    : widget_(widget), state_(std::move(state)) {}
+ProgressLine::ProgressLine(Widget* widget, std::shared_ptr<ProgressLineState> state)
+    : ProgressLineBase(std::move(state)), widget_(widget) {}
 
 std::shared_ptr<ProgressLine> ProgressLine::addTo(QWidget* bar) {
-  auto state = std::make_shared<State>();
+  auto state = std::make_shared<ProgressLineState>();
   auto* widget = new Widget(bar, state);
   widget->raise();
   widget->show();
@@ -61,9 +48,7 @@ void ProgressLine::placeAll(QWidget* bar) {
   for (QObject* child : bar->children()) {
     auto* line = dynamic_cast<Widget*>(child);
     if (line == nullptr) continue;
-    const State& s = line->state();
-    const Rect place = autoresized(s.frame, s.mask, s.barWidth, s.barHeight, bar->width(),
-                                   bar->height());
+    const Rect place = line->state().placeIn(bar->width(), bar->height());
     line->setGeometry(static_cast<int>(std::lround(place.x)),
                       static_cast<int>(std::lround(place.y)),
                       static_cast<int>(std::lround(place.width)),
@@ -77,32 +62,7 @@ void ProgressLine::changed() {
   widget_->update();
 }
 
-void ProgressLine::setProgress(float progress) {
-  state_->progress = progress;
-  changed();
-}
-float ProgressLine::progress() const { return state_->progress; }
-
-void ProgressLine::setHidden(bool hidden) {
-  state_->hidden = hidden;
-  changed();
-}
-bool ProgressLine::isHidden() const { return state_->hidden; }
-
-void ProgressLine::setProgressViewStyle(ProgressViewStyle style) {
-  state_->style = style;
-  changed();
-}
-
-void ProgressLine::setTintColor(const Color& color) {
-  state_->tint = color;
-  changed();
-}
-
-void ProgressLine::setAutoresizingMask(unsigned mask) { state_->mask = mask; }
-
-void ProgressLine::setFrame(const Rect& frame) {
-  state_->frame = frame;
+void ProgressLine::framed() {
   if (widget_ == nullptr) return;
   if (QWidget* bar = widget_->parentWidget()) {
     state_->barWidth = bar->width();

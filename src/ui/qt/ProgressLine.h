@@ -6,36 +6,25 @@
 #include <QWidget>
 #include <memory>
 
-#include "qipg/PaymentPagePorts.h"
+#include "ui/window/ProgressLineBase.h"
 
 namespace qipg::internal {
 
-class ProgressLine final : public ProgressBarPort {
+class ProgressLine final : public ProgressLineBase {
  public:
   // Adds a new line on top of `bar`'s other children.
   static std::shared_ptr<ProgressLine> addTo(QWidget* bar);
   // Places every line of `bar` for the bar's current size (call when the bar is resized).
   static void placeAll(QWidget* bar);
 
-  void setProgress(float progress) override;
-  float progress() const override;
-  void setHidden(bool hidden) override;
-  bool isHidden() const override;
-  void setProgressViewStyle(ProgressViewStyle style) override;
-  void setTintColor(const Color& color) override;
-  void setAutoresizingMask(unsigned mask) override;
-  void setFrame(const Rect& frame) override;
-
-  // What the line shows, shared with its widget (which may outlive this object).
-  struct State;
   class Widget;
 
  private:
-  ProgressLine(Widget* widget, std::shared_ptr<State> state);
-  void changed();
+  ProgressLine(Widget* widget, std::shared_ptr<ProgressLineState> state);
+  void changed() override;
+  void framed() override;
 
   QPointer<Widget> widget_;
-  std::shared_ptr<State> state_;
 };
 
 }  // namespace qipg::internal
