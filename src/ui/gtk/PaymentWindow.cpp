@@ -128,6 +128,20 @@ std::vector<std::string> derChain(GTlsCertificate* certificate) {
   return chain;
 }
 
+// What PaymentWindow::prewarm() started, until the first window takes it over.
+GtkWidget* warmWindow = nullptr;
+GtkWidget* warmWebView = nullptr;  // one reference of ours
+
+// The prewarmed web view with its network session (a new reference each), or nullptr.
+GtkWidget* takeWarmWebView(WebKitNetworkSession** session) {
+  GtkWidget* view = std::exchange(warmWebView, nullptr);
+  if (view == nullptr) return nullptr;
+  gtk_window_set_child(GTK_WINDOW(warmWindow), nullptr);
+  gtk_window_destroy(GTK_WINDOW(std::exchange(warmWindow, nullptr)));
+  *session = WEBKIT_NETWORK_SESSION(g_object_ref(webkit_web_view_get_network_session(WEBKIT_WEB_VIEW(view))));
+  return view;
+}
+
 }  // namespace
 
 // ---------------------------------------------------------------- the window
@@ -308,9 +322,12 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
   gtk_overlay_set_child(bar_, row);
 
   // The page below the bar, filling the window.
-  session_ = webkit_network_session_new_ephemeral();
-  GtkWidget* webView =
-      GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_, nullptr));
+  GtkWidget* webView = takeWarmWebView(&session_);
+  if (webView == nullptr) {
+    session_ = webkit_network_session_new_ephemeral();
+    webView = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_, nullptr));
+    g_object_ref_sink(webView);
+  }
   watch(webView_, webView);
   gtk_widget_set_vexpand(webView, TRUE);
   gtk_widget_set_hexpand(webView, TRUE);
@@ -321,6 +338,7 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
   GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   gtk_box_append(GTK_BOX(column), bar);
   gtk_box_append(GTK_BOX(column), webView);
+  g_object_unref(webView);  // the column holds it
   gtk_window_set_child(window_, column);
 
   g_signal_connect(webView, "load-changed", G_CALLBACK(&Impl::onLoadChanged), this);
@@ -729,11 +747,19 @@ std::optional<PaymentOutcome> runPaymentWindow(const URLRequest& request,
 }
 
 void PaymentWindow::prewarm() {
-  static WebKitWebView* warm = nullptr;
-  if (warm != nullptr || (!gtk_is_initialized() && !gtk_init_check())) return;
+  if (warmWebView != nullptr || (!gtk_is_initialized() && !gtk_init_check())) return;
   prepareEnvironment();
-  warm = WEBKIT_WEB_VIEW(g_object_ref_sink(webkit_web_view_new()));
-  webkit_web_view_load_html(warm, "<!DOCTYPE html><title></title>", "about:blank");
+  // A web view like a window's, in a window realised but never shown: GTK's renderer and
+  // WebKit's processes are up, and the first payment window takes this web view over.
+  warmWindow = gtk_window_new();
+  WebKitNetworkSession* session = webkit_network_session_new_ephemeral();
+  warmWebView = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
+  g_object_unref(session);
+  g_object_ref(warmWebView);
+  gtk_window_set_child(GTK_WINDOW(warmWindow), warmWebView);
+  gtk_widget_realize(warmWindow);
+  webkit_web_view_load_html(WEBKIT_WEB_VIEW(warmWebView), "<!DOCTYPE html><title></title>",
+                            "about:blank");
 }
 
 bool runMainLoopUntil(const std::function<bool()>& done, unsigned seconds) {
