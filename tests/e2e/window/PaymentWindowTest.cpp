@@ -4,8 +4,10 @@
 // result, certificates trusted only where asked, and the progress line and a load failure.
 // Every wait is bounded by a time-out that fails the test instead of hanging it.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <fstream>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -166,6 +168,29 @@ struct Flow {
   std::shared_ptr<toolkit::Window> window;
 };
 
+// A picture of the card form in the window: a PNG only its owner may read. Kept in
+// $QIPG_E2E_SHOTS when set (for looking at both toolkits' windows side by side).
+void expectScreenshot(toolkit::Window& window) {
+  const char* keep = std::getenv("QIPG_E2E_SHOTS");
+  const std::string path = std::string(keep ? keep : std::getenv("QIPG_E2E_TMP")) + "/" +
+                           toolkit::kName + "-card-form.png";
+  spinUntil([] { return false; }, 1);  // the form painted
+  bool done = false, saved = false;
+  window.saveScreenshot(path, [&](bool ok) {
+    saved = ok;
+    done = true;
+  });
+  ASSERT_TRUE(spinUntil([&] { return done; }));
+  ASSERT_TRUE(saved);
+  struct stat info {};
+  ASSERT_EQ(stat(path.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600u);
+  std::ifstream png(path, std::ios::binary);
+  std::string signature(8, '\0');
+  png.read(signature.data(), 8);
+  EXPECT_EQ(signature, "\x89PNG\r\n\x1a\n");
+}
+
 class PaymentWindowTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { gateway = startSandbox("sandbox").release(); }
@@ -202,6 +227,7 @@ TEST_F(PaymentWindowTest, PaymentsOnTheGatewaysPagesReachTheDelegateAfterDismiss
                       page(c.cardCapture ? "doMEPayRequestCard" : "doMEPayRequest"));
     })) << "the gateway's payment page did not load";
     EXPECT_FALSE(flow.blankShown) << "a page before the gateway's was shown";
+    if (&c == &cases[0]) expectScreenshot(*flow.window);
 
     flow.run(c.cardCapture ? "document.querySelector('form').requestSubmit()"
                            : fillCardForm(c.card));
@@ -284,7 +310,8 @@ TEST_F(PaymentWindowTest, SandboxCertificateIsTrustedOnlyForItsHostAndOnlyWhenAs
       {other->caFile(), "localhost"},    // another host
       {gateway->caFile(), "127.0.0.1"},  // another authority
   };
-  for (const auto& [caFile, host] : trusts) {
+  for (const auto& trust : trusts) {
+    const std::string caFile = trust.first, host = trust.second;
     SCOPED_TRACE(caFile + " for " + host);
     Flow flow(*other, false, "", {}, [&](PaymentWindowOptions& options) {
       options.trustedCAFile = caFile;
