@@ -18,9 +18,7 @@
 #endif
 
 #ifdef QIPG_E2E_ASAN
-// The toolkits and their libraries are built without frame pointers: unwind the slow way, so
-// that leak reports show whose allocation it was and scripts/lsan.supp can match the library.
-extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+extern "C" const char* __asan_default_options() { return toolkit::kAsanOptions; }
 #endif
 
 int main(int argc, char** argv) {

@@ -16,6 +16,10 @@ namespace toolkit {
 constexpr char kName[] = "gtk";
 using Window = qipg::PaymentWindow;
 
+// GTK, WebKit and their libraries are built without frame pointers: unwind the slow way, so
+// that leak reports show whose allocation it was and scripts/lsan.supp can match the library.
+constexpr char kAsanOptions[] = "fast_unwind_on_malloc=0";
+
 inline bool init(int*, char**) { return gtk_init_check(); }
 
 inline std::shared_ptr<Window> present(const qipg::URLRequest& request,
