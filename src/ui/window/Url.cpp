@@ -27,10 +27,18 @@ std::string lower(std::string text) {
 
 }  // namespace
 
-std::string canonicalURL(const std::string& url) {
+namespace {
+
+std::string canonicalOnce(const std::string& url) {
+  // Only web addresses are compared; any other text stays as it is.
+  if (url.find('\0') != std::string::npos) return url;
   UrlHandle handle = parse(url);
+  char* scheme = nullptr;
+  if (!handle || curl_url_get(handle.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) return url;
+  const bool web = lower(scheme) == "http" || lower(scheme) == "https";
+  curl_free(scheme);
   char* host = nullptr;
-  if (!handle || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return url;
+  if (!web || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return url;
   curl_url_set(handle.get(), CURLUPART_HOST, lower(host).c_str(), 0);
   curl_free(host);
   char* text = nullptr;
@@ -40,6 +48,14 @@ std::string canonicalURL(const std::string& url) {
   std::string out = text;
   curl_free(text);
   return out;
+}
+
+}  // namespace
+
+std::string canonicalURL(const std::string& url) {
+  // Twice: a host libcurl decodes (say "%33") may take its final spelling ("0.0.0.3") only
+  // when the text is read again.
+  return canonicalOnce(canonicalOnce(url));
 }
 
 GatewayConfig canonicalGateway(GatewayConfig config) {

@@ -10,7 +10,8 @@
 namespace qipg::internal {
 
 // `url` with scheme and host in lower case and the scheme's default port dropped; the path,
-// query and fragment as they stand. A text libcurl cannot parse comes back unchanged.
+// query and fragment as they stand. Any other text (not an http or https URL libcurl can
+// parse) comes back unchanged.
 std::string canonicalURL(const std::string& url);
 
 // `config` with both base URLs in canonical form.
