@@ -324,8 +324,8 @@ int run(int argc, char** argv) {
     ReadOut sample;
     ok = viaPost && viaGet && onePayment(*gateway, sample);
     if (!ok) break;
-    posted.push_back(*viaPost);
-    fetched.push_back(*viaGet);
+    posted.push_back(viaPost.value_or(0.0));
+    fetched.push_back(viaGet.value_or(0.0));
     loads.push_back(sample.loadNs);
     readOuts.push_back(sample.readOutNs);
   }

@@ -299,6 +299,26 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
   }
 }
 
+// A host without a main loop of its own: the window run to its end gives the cancel and the
+// gateway's record of the order together.
+TEST_F(PaymentWindowTest, RunToTheEndGivesTheOutcomeWithTheReconciledRecord) {
+  Flow flow(*gateway, false, "", {});
+  flow.reconcile();
+  flow.options.onPageLoad = [&](PageLoadEvent event, const std::string& uri) {
+    if (event == PageLoadEvent::Finished && uri == page("doMEPayRequest")) {
+      toolkit::later(&toolkit::closeTopWindows);
+    }
+  };
+  std::string error;
+  const auto outcome = toolkit::run(flow.request, flow.options, &error);
+  ASSERT_TRUE(outcome.has_value()) << error;
+  EXPECT_TRUE(outcome->cancelled);
+  ASSERT_TRUE(outcome->reconciled.has_value());
+  EXPECT_EQ(outcome->reconciled->orderID(), Text(flow.order));
+  EXPECT_EQ(outcome->reconciled->statusCode(), Text("P"));
+  EXPECT_EQ(flow.statuses.size(), 1u);  // the host's own callback heard it too
+}
+
 TEST_F(PaymentWindowTest, SandboxCertificateIsTrustedOnlyForItsHostAndOnlyWhenAsked) {
   // A gateway whose certificate no window of this process has accepted yet (an engine may keep
   // an accepted certificate for the whole process).

@@ -47,6 +47,28 @@ inline void closeWithWindowButton(Window& window) {
   gtk_window_close(GTK_WINDOW(window.nativeWindow()));
 }
 
+// Runs `task` from the main loop, later.
+inline void later(std::function<void()> task) {
+  g_idle_add_full(
+      G_PRIORITY_DEFAULT_IDLE,
+      [](gpointer data) -> gboolean {
+        (*static_cast<std::function<void()>*>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      new std::function<void()>(std::move(task)),
+      [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+}
+
+// Closes every visible top-level window, as with its close button.
+inline void closeTopWindows() {
+  GListModel* windows = gtk_window_get_toplevels();
+  for (guint i = g_list_model_get_n_items(windows); i-- > 0;) {
+    auto* window = GTK_WINDOW(g_list_model_get_item(windows, i));
+    if (gtk_widget_get_visible(GTK_WIDGET(window))) gtk_window_close(window);
+    g_object_unref(window);
+  }
+}
+
 inline bool webViewShown(Window& window) {
   auto* view = GTK_WIDGET(window.nativeWebView());
   return view != nullptr && gtk_widget_get_visible(view) && gtk_widget_get_opacity(view) > 0.0;

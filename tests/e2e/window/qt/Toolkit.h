@@ -52,6 +52,16 @@ inline void closeWithWindowButton(Window& window) {
   static_cast<QWidget*>(window.nativeWindow())->close();
 }
 
+inline void later(std::function<void()> task) {
+  QMetaObject::invokeMethod(qApp, std::move(task), Qt::QueuedConnection);
+}
+
+inline void closeTopWindows() {
+  for (QWidget* window : QApplication::topLevelWidgets()) {
+    if (window->isVisible()) window->close();
+  }
+}
+
 inline bool webViewShown(Window& window) {
   auto* view = static_cast<QWidget*>(window.nativeWebView());
   return view != nullptr && view->isVisible();
