@@ -1,22 +1,21 @@
 #include "qipg/PaymentWindow.h"
 
-#include <fcntl.h>
 #include <gtk/gtk.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <webkit/webkit.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <set>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "ui/AutoPostForm.h"
 #include "ui/gtk/MainLoop.h"
 #include "ui/gtk/ProgressLine.h"
-#include "ui/gtk/TlsTrust.h"
+#include "ui/window/Files.h"
+#include "ui/window/Session.h"
+#include "ui/window/TlsTrust.h"
+#include "ui/window/Url.h"
 
 namespace qipg {
 
@@ -72,24 +71,14 @@ bool sameIgnoringAsciiCase(std::string_view a, std::string_view b) {
          });
 }
 
-// An address in one canonical spelling (scheme and default port normalised), for comparing
-// the address that failed with the address that was asked for.
-std::string canonicalURI(const std::string& uri) {
-  GUri* parsed = g_uri_parse(uri.c_str(), G_URI_FLAGS_SCHEME_NORMALIZE, nullptr);
-  if (parsed == nullptr) return uri;
-  char* text = g_uri_to_string(parsed);
-  std::string out = toText(text);
-  g_free(text);
-  g_uri_unref(parsed);
-  return out;
-}
-
 void prepareEnvironment() {
   static bool done = false;
   if (done) return;
   done = true;
   // Root cannot use WebKit's bubblewrap sandbox (no user namespaces in CI containers).
-  if (geteuid() == 0) setenv("WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS", "1", 0);
+  if (internal::runningAsRoot()) {
+    internal::setEnvironmentDefault("WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS", "1");
+  }
   GtkCssProvider* provider = gtk_css_provider_new();
   gtk_css_provider_load_from_data(provider, kStyle, -1);
   gtk_style_context_add_provider_for_display(gdk_display_get_default(),
@@ -115,31 +104,42 @@ NavigationType navigationTypeOf(WebKitNavigationType type) {
   }
 }
 
-bool writeOwnerOnly(const std::string& path, GBytes* bytes) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  bool ok = fchmod(fd, 0600) == 0;
-  gsize size = 0;
-  const auto* data = static_cast<const char*>(g_bytes_get_data(bytes, &size));
-  while (ok && size > 0) {
-    const ssize_t written = write(fd, data, size);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) {
-      ok = false;
-      break;
-    }
-    data += written;
-    size -= static_cast<gsize>(written);
-  }
-  return close(fd) == 0 && ok;
-}
-
 bool saveTexture(GdkTexture* texture, const std::string& path) {
   if (texture == nullptr) return false;
   GBytes* png = gdk_texture_save_to_png_bytes(texture);
-  const bool ok = png != nullptr && writeOwnerOnly(path, png);
+  gsize size = 0;
+  const void* data = png != nullptr ? g_bytes_get_data(png, &size) : nullptr;
+  const bool ok = png != nullptr && internal::writeOwnerOnly(path, data, size);
   if (png != nullptr) g_bytes_unref(png);
   return ok;
+}
+
+// The certificate and the issuers it carries, DER-encoded, the server's first.
+std::vector<std::string> derChain(GTlsCertificate* certificate) {
+  std::vector<std::string> chain;
+  for (GTlsCertificate* c = certificate; c != nullptr && chain.size() < 16;
+       c = g_tls_certificate_get_issuer(c)) {
+    GByteArray* der = nullptr;
+    g_object_get(c, "certificate", &der, nullptr);
+    if (der == nullptr) break;
+    chain.emplace_back(reinterpret_cast<const char*>(der->data), der->len);
+    g_byte_array_unref(der);
+  }
+  return chain;
+}
+
+// What PaymentWindow::prewarm() started, until the first window takes it over.
+GtkWidget* warmWindow = nullptr;
+GtkWidget* warmWebView = nullptr;  // one reference of ours
+
+// The prewarmed web view with its network session (a new reference each), or nullptr.
+GtkWidget* takeWarmWebView(WebKitNetworkSession** session) {
+  GtkWidget* view = std::exchange(warmWebView, nullptr);
+  if (view == nullptr) return nullptr;
+  gtk_window_set_child(GTK_WINDOW(warmWindow), nullptr);
+  gtk_window_destroy(GTK_WINDOW(std::exchange(warmWindow, nullptr)));
+  *session = WEBKIT_NETWORK_SESSION(g_object_ref(webkit_web_view_get_network_session(WEBKIT_WEB_VIEW(view))));
+  return view;
 }
 
 }  // namespace
@@ -221,6 +221,10 @@ struct PaymentWindow::Impl final : WebViewPort,
     if (options_.onPageLoad) options_.onPageLoad(event, uri);
   }
   void showAddress();
+  void reveal() {
+    hiddenWhileAt_.clear();
+    if (webView_ != nullptr) gtk_widget_set_opacity(GTK_WIDGET(webView_), 1.0);
+  }
   void retryAfterTlsAllowance(const std::string& failingURI);
   void disconnect() {
     if (webView_ != nullptr) g_signal_handlers_disconnect_by_data(webView_, this);
@@ -257,7 +261,11 @@ struct PaymentWindow::Impl final : WebViewPort,
   URLRequest request_;
   PaymentWindowOptions options_;
   std::shared_ptr<WebviewController> controller_;
+  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
   std::shared_ptr<Impl> keepAlive_;  // while the window is up
+  // The address of the self-posting page while it is shown: the web view stays hidden until
+  // another page commits. Empty otherwise.
+  std::string hiddenWhileAt_;
   std::optional<URLRequest> lastLoaded_;
   bool currentLoadFailed_ = false;
   bool dismissed_ = false;
@@ -314,9 +322,12 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
   gtk_overlay_set_child(bar_, row);
 
   // The page below the bar, filling the window.
-  session_ = webkit_network_session_new_ephemeral();
-  GtkWidget* webView =
-      GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_, nullptr));
+  GtkWidget* webView = takeWarmWebView(&session_);
+  if (webView == nullptr) {
+    session_ = webkit_network_session_new_ephemeral();
+    webView = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_, nullptr));
+    g_object_ref_sink(webView);
+  }
   watch(webView_, webView);
   gtk_widget_set_vexpand(webView, TRUE);
   gtk_widget_set_hexpand(webView, TRUE);
@@ -327,6 +338,7 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
   GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   gtk_box_append(GTK_BOX(column), bar);
   gtk_box_append(GTK_BOX(column), webView);
+  g_object_unref(webView);  // the column holds it
   gtk_window_set_child(window_, column);
 
   g_signal_connect(webView, "load-changed", G_CALLBACK(&Impl::onLoadChanged), this);
@@ -342,9 +354,9 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
   g_signal_connect(window, "destroy", G_CALLBACK(&Impl::onDestroy), this);
 
   auto self = shared_from_this();
-  controller_ = WebviewController::create(options_.gateway);
-  controller_->setRequest(request_);
-  controller_->setDelegate(delegate);
+  controller_ = internal::makeController(options_, request_);
+  delegate_ = internal::windowDelegate(std::move(delegate), options_, &internal::runWhenIdle);
+  controller_->setDelegate(delegate_);
   controller_->setIpgWebView(self);
   controller_->setNavBarView(self);
   controller_->setLblNavBarTitle(self);
@@ -360,6 +372,8 @@ void PaymentWindow::Impl::loadRequest(const URLRequest& request) {
   if (sameIgnoringAsciiCase(request.httpMethod, "POST")) {
     const std::string page = internal::autoPostPage(*request.url, request.bodyText());
     const std::string base = internal::originOf(*request.url);
+    hiddenWhileAt_ = internal::canonicalURL(base);
+    gtk_widget_set_opacity(GTK_WIDGET(webView_), 0.0);
     webkit_web_view_load_html(webView_, page.c_str(), base.empty() ? nullptr : base.c_str());
     return;
   }
@@ -444,6 +458,9 @@ void PaymentWindow::Impl::onLoadChanged(WebKitWebView* webView, WebKitLoadEvent 
       break;
     case WEBKIT_LOAD_COMMITTED:
       self->showAddress();
+      if (!self->hiddenWhileAt_.empty() && internal::canonicalURL(uri) != self->hiddenWhileAt_) {
+        self->reveal();
+      }
       break;
     case WEBKIT_LOAD_FINISHED:
       // WebKit finishes a failed load too; the controller has heard of its failure already.
@@ -461,6 +478,7 @@ gboolean PaymentWindow::Impl::onLoadFailed(WebKitWebView*, WebKitLoadEvent, gcha
   auto self = static_cast<Impl*>(data)->shared_from_this();
   if (self->currentLoadFailed_) return TRUE;
   self->currentLoadFailed_ = true;
+  self->reveal();
   self->reportLoad(PageLoadEvent::Failed, toText(uri));
   WebViewError failure;
   if (error != nullptr) {
@@ -476,18 +494,11 @@ gboolean PaymentWindow::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, gchar* u
                                                         gpointer data) {
   auto self = static_cast<Impl*>(data)->shared_from_this();
   const PaymentWindowOptions& options = self->options_;
-  if (options.trustedCAFile.empty() || options.trustedHost.empty() || uri == nullptr) {
-    return FALSE;  // "load-failed" follows
-  }
-  GUri* parsed = g_uri_parse(uri, G_URI_FLAGS_SCHEME_NORMALIZE, nullptr);
-  if (parsed == nullptr) return FALSE;
-  const std::string host = toText(g_uri_get_host(parsed));
-  const int port = g_uri_get_port(parsed);
-  g_uri_unref(parsed);
-  if (!sameIgnoringAsciiCase(host, options.trustedHost) ||
-      self->tlsAllowedHosts_.count(host) != 0 ||
-      !internal::certificateTrustedByCAFile(certificate, options.trustedCAFile, host,
-                                            port > 0 ? static_cast<guint16>(port) : 443)) {
+  if (uri == nullptr) return FALSE;  // "load-failed" follows
+  const std::string host = internal::hostOf(uri);
+  if (self->tlsAllowedHosts_.count(host) != 0 ||
+      !internal::certificateTrustedForHost(derChain(certificate), options.trustedCAFile,
+                                           options.trustedHost, uri)) {
     return FALSE;
   }
   self->tlsAllowedHosts_.insert(host);
@@ -508,7 +519,7 @@ void PaymentWindow::Impl::retryAfterTlsAllowance(const std::string& failingURI) 
     if (!self || self->dismissed_ || self->webView_ == nullptr) return;
     // A failed POST is posted again; any other address is simply loaded.
     if (self->lastLoaded_ && self->lastLoaded_->url &&
-        canonicalURI(*self->lastLoaded_->url) == canonicalURI(failingURI)) {
+        internal::canonicalURL(*self->lastLoaded_->url) == internal::canonicalURL(failingURI)) {
       self->loadRequest(*self->lastLoaded_);
     } else {
       webkit_web_view_load_uri(self->webView_, failingURI.c_str());
@@ -708,6 +719,10 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
     }
     return nullptr;
   }
+  if (auto problem = internal::optionsProblem(options)) {
+    if (error != nullptr) *error = *problem;
+    return nullptr;
+  }
   prepareEnvironment();
   auto impl = std::make_shared<PaymentWindow::Impl>(request, std::move(options));
   impl->build(std::move(delegate));
@@ -717,21 +732,34 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
 
 std::optional<PaymentOutcome> runPaymentWindow(const URLRequest& request,
                                                PaymentWindowOptions options, std::string* error) {
-  std::optional<PaymentOutcome> outcome;
-  auto delegate = makePaymentControllerDelegate(
-      [&outcome](const PaymentResponse& response) {
-        if (!outcome) outcome = PaymentOutcome{false, response};
-      },
-      [&outcome] {
-        if (!outcome) outcome = PaymentOutcome{true, PaymentResponse()};
-      });
-  auto window = presentPaymentWindow(request, delegate, std::move(options), error);
+  internal::OutcomeRecorder recorder(options);
+  auto window = presentPaymentWindow(request, recorder.delegate(), std::move(options), error);
   if (!window) return std::nullopt;
-  while (!outcome && window->isOpen()) g_main_context_iteration(nullptr, TRUE);
+  while (!recorder.told() && window->isOpen()) g_main_context_iteration(nullptr, TRUE);
   // Dismissed: the delegate is told from an idle callback.
-  while (!outcome && g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
-  if (!outcome && error != nullptr) *error = "the payment window was closed";
-  return outcome;
+  while (!recorder.told() && g_main_context_pending(nullptr)) {
+    g_main_context_iteration(nullptr, FALSE);
+  }
+  // A reconciliation under way answers through the main context.
+  while (recorder.told() && !recorder.done()) g_main_context_iteration(nullptr, TRUE);
+  if (!recorder.told() && error != nullptr) *error = "the payment window was closed";
+  return recorder.outcome();
+}
+
+void PaymentWindow::prewarm() {
+  if (warmWebView != nullptr || (!gtk_is_initialized() && !gtk_init_check())) return;
+  prepareEnvironment();
+  // A web view like a window's, in a window realised but never shown: GTK's renderer and
+  // WebKit's processes are up, and the first payment window takes this web view over.
+  warmWindow = gtk_window_new();
+  WebKitNetworkSession* session = webkit_network_session_new_ephemeral();
+  warmWebView = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
+  g_object_unref(session);
+  g_object_ref(warmWebView);
+  gtk_window_set_child(GTK_WINDOW(warmWindow), warmWebView);
+  gtk_widget_realize(warmWindow);
+  webkit_web_view_load_html(WEBKIT_WEB_VIEW(warmWebView), "<!DOCTYPE html><title></title>",
+                            "about:blank");
 }
 
 bool runMainLoopUntil(const std::function<bool()>& done, unsigned seconds) {

@@ -5,25 +5,14 @@
 #include <utility>
 
 namespace qipg::internal {
-
-struct ProgressLine::State {
-  float progress = 0.0f;
-  bool hidden = false;
-  ProgressViewStyle style = ProgressViewStyle::Default;
-  Color tint = Color::systemBlue();
-  unsigned mask = AutoresizingNone;
-  Rect frame;
-  // The bar's size when the frame was set: growth since then is shared out by the mask.
-  double barWidth = 0.0;
-  double barHeight = 0.0;
-};
-
 namespace {
+
+using SharedState = std::shared_ptr<ProgressLineState>;
 
 constexpr char kStateKey[] = "qipg-progress-line";
 
 void drawLine(GtkDrawingArea*, cairo_t* cr, int width, int height, gpointer data) {
-  const auto& state = **static_cast<std::shared_ptr<ProgressLine::State>*>(data);
+  const auto& state = **static_cast<SharedState*>(data);
   if (state.style == ProgressViewStyle::Default) {  // a faint track under the progress
     cairo_set_source_rgba(cr, 0.0, 0.0, 0.0, 0.08);
     cairo_rectangle(cr, 0, 0, width, height);
@@ -35,26 +24,12 @@ void drawLine(GtkDrawingArea*, cairo_t* cr, int width, int height, gpointer data
   cairo_fill(cr);
 }
 
-void releaseState(gpointer data) {
-  delete static_cast<std::shared_ptr<ProgressLine::State>*>(data);
-}
-
-// One axis of autoresizing: the growth `delta` is shared equally by the flexible parts (the
-// leading margin, the size, the trailing margin); a fixed size keeps its margins fixed on the
-// leading side.
-void resizeAxis(double& origin, double& size, double delta, bool flexLeading, bool flexSize,
-                bool flexTrailing) {
-  const int parts = (flexLeading ? 1 : 0) + (flexSize ? 1 : 0) + (flexTrailing ? 1 : 0);
-  if (parts == 0) return;
-  const double share = delta / parts;
-  if (flexLeading) origin += share;
-  if (flexSize) size = std::max(0.0, size + share);
-}
+void releaseState(gpointer data) { delete static_cast<SharedState*>(data); }
 
 }  // namespace
 
-ProgressLine::ProgressLine(GtkWidget* widget, std::shared_ptr<State> state)
-    : widget_(widget), state_(std::move(state)) {
+ProgressLine::ProgressLine(GtkWidget* widget, SharedState state)
+    : ProgressLineBase(std::move(state)), widget_(widget) {
   g_object_add_weak_pointer(G_OBJECT(widget_), reinterpret_cast<gpointer*>(&widget_));
 }
 
@@ -73,12 +48,11 @@ std::shared_ptr<ProgressLine> ProgressLine::addTo(GtkOverlay* bar) {
   gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_VALUE_MIN, 0.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_MAX, 1.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_NOW, 0.0, -1);
-  auto state = std::make_shared<State>();
+  auto state = std::make_shared<ProgressLineState>();
   // The widget shares the state through its draw function and its object data.
-  gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(widget), &drawLine,
-                                 new std::shared_ptr<State>(state), &releaseState);
-  g_object_set_data_full(G_OBJECT(widget), kStateKey, new std::shared_ptr<State>(state),
-                         &releaseState);
+  gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(widget), &drawLine, new SharedState(state),
+                                 &releaseState);
+  g_object_set_data_full(G_OBJECT(widget), kStateKey, new SharedState(state), &releaseState);
   gtk_overlay_add_overlay(bar, widget);
   return std::shared_ptr<ProgressLine>(new ProgressLine(widget, std::move(state)));
 }
@@ -91,60 +65,25 @@ void ProgressLine::changed() {
   gtk_widget_queue_draw(widget_);
 }
 
-void ProgressLine::setProgress(float progress) {
-  state_->progress = progress;
-  changed();
-}
-float ProgressLine::progress() const { return state_->progress; }
-
-void ProgressLine::setHidden(bool hidden) {
-  state_->hidden = hidden;
-  changed();
-}
-bool ProgressLine::isHidden() const { return state_->hidden; }
-
-void ProgressLine::setProgressViewStyle(ProgressViewStyle style) {
-  state_->style = style;
-  changed();
-}
-
-void ProgressLine::setTintColor(const Color& color) {
-  state_->tint = color;
-  changed();
-}
-
-void ProgressLine::setAutoresizingMask(unsigned mask) { state_->mask = mask; }
-
-void ProgressLine::setFrame(const Rect& frame) {
-  state_->frame = frame;
-  if (widget_ != nullptr) {
-    if (GtkWidget* bar = gtk_widget_get_parent(widget_)) {
-      state_->barWidth = gtk_widget_get_width(bar);
-      state_->barHeight = gtk_widget_get_height(bar);
-      gtk_widget_queue_allocate(bar);
-    }
+void ProgressLine::framed() {
+  if (widget_ == nullptr) return;
+  if (GtkWidget* bar = gtk_widget_get_parent(widget_)) {
+    state_->barWidth = gtk_widget_get_width(bar);
+    state_->barHeight = gtk_widget_get_height(bar);
+    gtk_widget_queue_allocate(bar);
   }
 }
 
 gboolean ProgressLine::placeChild(GtkOverlay* bar, GtkWidget* child, GdkRectangle* allocation,
                                   gpointer /*unused*/) {
-  auto* shared =
-      static_cast<std::shared_ptr<State>*>(g_object_get_data(G_OBJECT(child), kStateKey));
+  auto* shared = static_cast<SharedState*>(g_object_get_data(G_OBJECT(child), kStateKey));
   if (shared == nullptr) return FALSE;
-  const State& state = **shared;
-  double x = state.frame.x, y = state.frame.y;
-  double width = state.frame.width, height = state.frame.height;
-  const unsigned m = state.mask;
-  resizeAxis(x, width, gtk_widget_get_width(GTK_WIDGET(bar)) - state.barWidth,
-             m & AutoresizingFlexibleLeftMargin, m & AutoresizingFlexibleWidth,
-             m & AutoresizingFlexibleRightMargin);
-  resizeAxis(y, height, gtk_widget_get_height(GTK_WIDGET(bar)) - state.barHeight,
-             m & AutoresizingFlexibleTopMargin, m & AutoresizingFlexibleHeight,
-             m & AutoresizingFlexibleBottomMargin);
-  allocation->x = static_cast<int>(std::lround(x));
-  allocation->y = static_cast<int>(std::lround(y));
-  allocation->width = static_cast<int>(std::lround(width));
-  allocation->height = static_cast<int>(std::lround(height));
+  const Rect place = (*shared)->placeIn(gtk_widget_get_width(GTK_WIDGET(bar)),
+                                        gtk_widget_get_height(GTK_WIDGET(bar)));
+  allocation->x = static_cast<int>(std::lround(place.x));
+  allocation->y = static_cast<int>(std::lround(place.y));
+  allocation->width = static_cast<int>(std::lround(place.width));
+  allocation->height = static_cast<int>(std::lround(place.height));
   return TRUE;
 }
 

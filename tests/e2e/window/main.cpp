@@ -1,12 +1,13 @@
-// The payment window tests need GTK on the main thread and a display (scripts/with-display
-// provides one), and a private user-defaults file for the client.
+// The payment window tests need the toolkit on the main thread and a display
+// (scripts/with-display provides one), and a private user-defaults file for the client.
 #include <gtest/gtest.h>
-#include <gtk/gtk.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+
+#include "Toolkit.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define QIPG_E2E_ASAN 1
@@ -17,16 +18,15 @@
 #endif
 
 #ifdef QIPG_E2E_ASAN
-// GTK, WebKit and their libraries are built without frame pointers: unwind the slow way, so
-// that leak reports show whose allocation it was and scripts/lsan.supp can match the library.
-extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+extern "C" const char* __asan_default_options() { return toolkit::kAsanOptions; }
 #endif
 
 int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
 
-  char dirTemplate[] = "/tmp/qipg-e2e-gtk-XXXXXX";
-  const char* dir = mkdtemp(dirTemplate);
+  const std::string pattern = std::string("/tmp/qipg-e2e-") + toolkit::kName + "-XXXXXX";
+  std::string dirTemplate = pattern;
+  const char* dir = mkdtemp(dirTemplate.data());
   if (dir == nullptr) {
     std::perror("mkdtemp");
     return 1;
@@ -34,8 +34,8 @@ int main(int argc, char** argv) {
   setenv("QIPG_DEFAULTS_FILE", (std::string(dir) + "/defaults.sqlite3").c_str(), 1);
   setenv("QIPG_E2E_TMP", dir, 1);
 
-  if (!gtk_init_check()) {
-    std::fprintf(stderr, "test_e2e_gtk needs a display: run it under scripts/with-display\n");
+  if (!toolkit::init(&argc, argv)) {
+    std::fprintf(stderr, "the window tests need a display: run them under scripts/with-display\n");
     return 1;
   }
   const int result = RUN_ALL_TESTS();

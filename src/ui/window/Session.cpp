@@ -1,0 +1,130 @@
+#include "ui/window/Session.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "ui/window/Url.h"
+
+namespace qipg::internal {
+namespace {
+
+PaymentResponse failedStatus(const std::string& reason) {
+  PaymentResponse record;
+  record.setStatusCode("F");
+  record.setStatusDescription(reason);
+  return record;
+}
+
+class ReconcilingDelegate final : public IPGPaymentControllerDelegate {
+ public:
+  ReconcilingDelegate(std::shared_ptr<IPGPaymentControllerDelegate> host,
+                      std::shared_ptr<QuandrelIPG> client, PaymentReconciliation reconcile,
+                      PostToWindowThread post)
+      : host_(host),
+        client_(std::move(client)),
+        reconcile_(std::move(reconcile)),
+        post_(std::move(post)) {}
+
+  void didTransactionComplete(const PaymentResponse& response) override {
+    if (auto host = host_.lock()) host->didTransactionComplete(response);
+    if (needsReconciliation(false, response)) ask();
+  }
+  void didTransactionCancelledByUser() override {
+    if (auto host = host_.lock()) host->didTransactionCancelledByUser();
+    ask();
+  }
+
+ private:
+  void ask() {
+    if (asked_) return;
+    asked_ = true;
+    auto deliver = [onStatus = reconcile_.onStatus, post = post_](const PaymentResponse& record) {
+      post([onStatus, record] {
+        if (onStatus) onStatus(record);
+      });
+    };
+    auto answer = makeResponseDelegate(
+        deliver, [deliver](const std::string& reason) { deliver(failedStatus(reason)); },
+        [deliver](const std::string& reason) { deliver(failedStatus(reason)); });
+    client_->getTransactionStatus(reconcile_.orderID, std::string(), reconcile_.merchantID,
+                                  reconcile_.encryptionKey, answer);
+  }
+
+  std::weak_ptr<IPGPaymentControllerDelegate> host_;
+  std::shared_ptr<QuandrelIPG> client_;
+  PaymentReconciliation reconcile_;
+  PostToWindowThread post_;
+  bool asked_ = false;
+};
+
+}  // namespace
+
+std::optional<std::string> optionsProblem(const PaymentWindowOptions& options) {
+  if (options.reconcile && !options.client) {
+    return "reconciliation needs the client that built the request (options.client)";
+  }
+  return std::nullopt;
+}
+
+std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
+                                                  const URLRequest& request) {
+  auto controller = WebviewController::create(
+      canonicalGateway(options.client ? options.client->config() : options.gateway));
+  controller->setRequest(request);
+  return controller;
+}
+
+bool needsReconciliation(bool cancelled, const PaymentResponse& response) {
+  return cancelled || (response.statusCode() == Text("F") && !response.orderID() &&
+                       !response.transactionReferenceNo() && !response.statusDescription());
+}
+
+std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
+    std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
+    PostToWindowThread post) {
+  if (!options.reconcile || !options.client) return host;
+  return std::make_shared<ReconcilingDelegate>(std::move(host), options.client,
+                                               *options.reconcile, std::move(post));
+}
+
+struct OutcomeRecorder::State {
+  std::optional<PaymentOutcome> outcome;
+  bool reconciling = false;
+};
+
+OutcomeRecorder::OutcomeRecorder(PaymentWindowOptions& options)
+    : state_(std::make_shared<State>()) {
+  state_->reconciling = options.reconcile.has_value() && options.client != nullptr;
+  auto record = [state = state_](bool cancelled, const PaymentResponse& response) {
+    if (state->outcome) return;
+    state->outcome = PaymentOutcome{cancelled, response, std::nullopt};
+    if (!needsReconciliation(cancelled, response)) state->reconciling = false;
+  };
+  delegate_ = makePaymentControllerDelegate(
+      [record](const PaymentResponse& response) { record(false, response); },
+      [record] { record(true, PaymentResponse()); });
+  if (state_->reconciling) {
+    options.reconcile->onStatus = [state = state_, chained = std::move(options.reconcile->onStatus)](
+                                      const PaymentResponse& status) {
+      if (state->outcome) state->outcome->reconciled = status;
+      state->reconciling = false;
+      if (chained) chained(status);
+    };
+  }
+}
+
+bool OutcomeRecorder::told() const { return state_->outcome.has_value(); }
+
+bool OutcomeRecorder::done() const { return state_->outcome && !state_->reconciling; }
+
+std::optional<PaymentOutcome> OutcomeRecorder::outcome() const { return state_->outcome; }
+
+bool runningAsRoot() { return geteuid() == 0; }
+
+bool gpuAvailable() { return access("/dev/dri/renderD128", R_OK | W_OK) == 0; }
+
+void setEnvironmentDefault(const char* name, const char* value) { setenv(name, value, 0); }
+
+}  // namespace qipg::internal

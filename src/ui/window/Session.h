@@ -1,0 +1,64 @@
+// What both payment windows do around their toolkit: checking the options, choosing the final
+// page's base URLs, giving the controller its delegate (with reconciliation when asked for),
+// running a window to its end, and the process environment their browser engines need.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "qipg/IPGPaymentControllerDelegate.h"
+#include "qipg/PaymentWindowOptions.h"
+#include "qipg/WebviewController.h"
+
+namespace qipg::internal {
+
+// Runs a task on the window's thread; callable from any thread.
+using PostToWindowThread = std::function<void(std::function<void()> task)>;
+
+// Why these options cannot open a window; absent when they can.
+std::optional<std::string> optionsProblem(const PaymentWindowOptions& options);
+
+// A controller for a window with these options: its final page under the client's base URLs
+// (else `options.gateway`'s), in canonical form, and its request set.
+std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
+                                                  const URLRequest& request);
+
+// True when a payment that ended this way is unclear: cancelled, or a final page whose record
+// could not be read (status "F" and no order, reference or description).
+bool needsReconciliation(bool cancelled, const PaymentResponse& response);
+
+// The delegate to give the controller: `host` itself, or with `options.reconcile` set, a
+// delegate that passes each message on to `host` (held weakly) unchanged and then, when the
+// payment is unclear, asks the gateway for the order's status once and hands that record to
+// `reconcile->onStatus` through `post`. The window keeps the returned delegate alive.
+std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
+    std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
+    PostToWindowThread post);
+
+// Records what a window run to its end says: its delegate's message and, with reconciliation,
+// the status record (chained before any `onStatus` the host set).
+class OutcomeRecorder {
+ public:
+  explicit OutcomeRecorder(PaymentWindowOptions& options);
+  std::shared_ptr<IPGPaymentControllerDelegate> delegate() const { return delegate_; }
+  // True once the delegate has been told and any reconciliation has answered.
+  bool done() const;
+  bool told() const;
+  std::optional<PaymentOutcome> outcome() const;
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;
+};
+
+bool runningAsRoot();
+// True when the machine has a GPU render node this process may open.
+bool gpuAvailable();
+// Sets `name` to `value` unless it is already set. (Not safe while other threads read the
+// environment: called before the first browser engine starts.)
+void setEnvironmentDefault(const char* name, const char* value);
+
+}  // namespace qipg::internal

@@ -1,0 +1,104 @@
+// The GTK window for the shared window tests (and the window benchmark).
+#pragma once
+
+#include <gtk/gtk.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "qipg/PaymentWindow.h"
+
+namespace toolkit {
+
+constexpr char kName[] = "gtk";
+using Window = qipg::PaymentWindow;
+
+// GTK, WebKit and their libraries are built without frame pointers: unwind the slow way, so
+// that leak reports show whose allocation it was and scripts/lsan.supp can match the library.
+constexpr char kAsanOptions[] = "fast_unwind_on_malloc=0";
+
+inline bool init(int*, char**) { return gtk_init_check(); }
+
+inline std::shared_ptr<Window> present(const qipg::URLRequest& request,
+                                       std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
+                                       qipg::PaymentWindowOptions options, std::string* error) {
+  return qipg::presentPaymentWindow(request, std::move(delegate), std::move(options), error);
+}
+
+inline std::optional<qipg::PaymentOutcome> run(const qipg::URLRequest& request,
+                                               qipg::PaymentWindowOptions options,
+                                               std::string* error) {
+  return qipg::runPaymentWindow(request, std::move(options), error);
+}
+
+inline bool spinUntil(const std::function<bool()>& done, unsigned seconds = 120) {
+  return qipg::runMainLoopUntil(done, seconds);
+}
+
+// Handles whatever is ready now, without waiting.
+inline void drain() {
+  while (g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
+}
+
+inline void closeWithWindowButton(Window& window) {
+  gtk_window_close(GTK_WINDOW(window.nativeWindow()));
+}
+
+// Runs `task` from the main loop, later.
+inline void later(std::function<void()> task) {
+  g_idle_add_full(
+      G_PRIORITY_DEFAULT_IDLE,
+      [](gpointer data) -> gboolean {
+        (*static_cast<std::function<void()>*>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      new std::function<void()>(std::move(task)),
+      [](gpointer data) { delete static_cast<std::function<void()>*>(data); });
+}
+
+// Closes every visible top-level window, as with its close button.
+inline void closeTopWindows() {
+  GListModel* windows = gtk_window_get_toplevels();
+  for (guint i = g_list_model_get_n_items(windows); i-- > 0;) {
+    auto* window = GTK_WINDOW(g_list_model_get_item(windows, i));
+    if (gtk_widget_get_visible(GTK_WIDGET(window))) gtk_window_close(window);
+    g_object_unref(window);
+  }
+}
+
+inline bool webViewShown(Window& window) {
+  auto* view = GTK_WIDGET(window.nativeWebView());
+  return view != nullptr && gtk_widget_get_visible(view) && gtk_widget_get_opacity(view) > 0.0;
+}
+
+// The newest progress line: whether it shows, and its place in the bar's content box.
+struct Line {
+  bool shown = false;
+  double x = 0, y = 0, width = 0, height = 0, barWidth = 0, barHeight = 0;
+};
+
+inline void findLines(GtkWidget* widget, std::vector<GtkWidget*>& lines) {
+  if (gtk_widget_has_css_class(widget, "qipg-progress-line")) lines.push_back(widget);
+  for (GtkWidget* c = gtk_widget_get_first_child(widget); c; c = gtk_widget_get_next_sibling(c)) {
+    findLines(c, lines);
+  }
+}
+
+inline std::optional<Line> progressLine(Window& window) {
+  std::vector<GtkWidget*> lines;
+  if (window.nativeWindow() == nullptr) return std::nullopt;
+  findLines(GTK_WIDGET(window.nativeWindow()), lines);
+  if (lines.empty()) return std::nullopt;
+  GtkWidget* line = lines.back();
+  GtkWidget* bar = gtk_widget_get_parent(line);
+  graphene_rect_t place{};
+  if (!gtk_widget_compute_bounds(line, bar, &place)) place = {};
+  return Line{gtk_widget_get_mapped(line) != 0, place.origin.x, place.origin.y, place.size.width,
+              place.size.height, static_cast<double>(gtk_widget_get_width(bar)),
+              static_cast<double>(gtk_widget_get_height(bar))};
+}
+
+}  // namespace toolkit
