@@ -236,7 +236,7 @@ struct PaymentWindow::Impl final : WebViewPort,
   static void onLoadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer data);
   static gboolean onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri, GError* error,
                                gpointer data);
-  static gboolean onLoadFailedWithTlsErrors(WebKitWebView*, gchar* uri,
+  static gboolean onLoadFailedWithTlsErrors(WebKitWebView*, const gchar* uri,
                                             GTlsCertificate* certificate,
                                             GTlsCertificateFlags errors, gpointer data);
   static gboolean onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
@@ -488,7 +488,7 @@ gboolean PaymentWindow::Impl::onLoadFailed(WebKitWebView*, WebKitLoadEvent, gcha
   return TRUE;  // no error page: it would count as a finished load of the failed address
 }
 
-gboolean PaymentWindow::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, gchar* uri,
+gboolean PaymentWindow::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, const gchar* uri,
                                                         GTlsCertificate* certificate,
                                                         GTlsCertificateFlags errors,
                                                         gpointer data) {

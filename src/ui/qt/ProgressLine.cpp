@@ -26,7 +26,8 @@ class ProgressLine::Widget final : public QWidget {
     const double fraction = std::clamp(static_cast<double>(state_->progress), 0.0, 1.0);
     const Color& c = state_->tint;
     painter.fillRect(QRect(0, 0, static_cast<int>(std::lround(width() * fraction)), height()),
-                     QColor::fromRgbF(c.red, c.green, c.blue, c.alpha));
+                     QColor::fromRgbF(static_cast<float>(c.red), static_cast<float>(c.green),
+                                      static_cast<float>(c.blue), static_cast<float>(c.alpha)));
   }
 
  private:
