@@ -137,9 +137,9 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   // differently.
   const std::string canonical = internal::canonicalURL(url);
   const std::string origin = *scheme + "://" + asciiLower(*host);
-  bool same = canonical.starts_with(origin) && url.size() >= origin.size() &&
-              internal::equalsIgnoringAsciiCase(std::string_view(url).substr(0, origin.size()),
-                                                origin);
+  bool same =
+      canonical.starts_with(origin) && url.size() >= origin.size() &&
+      internal::equalsIgnoringAsciiCase(std::string_view(url).substr(0, origin.size()), origin);
   if (same) {
     std::string_view written = std::string_view(url).substr(origin.size());
     const std::string_view rest = std::string_view(canonical).substr(origin.size());

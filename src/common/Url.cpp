@@ -12,8 +12,8 @@ using UrlHandle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
 
 UrlHandle parse(const std::string& url) {
   UrlHandle handle(curl_url(), &curl_url_cleanup);
-  if (handle && curl_url_set(handle.get(), CURLUPART_URL, url.c_str(),
-                             CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+  if (handle && curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
+                    CURLUE_OK) {
     handle.reset();
   }
   return handle;
@@ -60,7 +60,8 @@ std::string hostOf(const std::string& url) {
   if (!handle || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return "";
   std::string out = lower(host);
   curl_free(host);
-  if (out.size() > 1 && out.front() == '[' && out.back() == ']') out = out.substr(1, out.size() - 2);
+  if (out.size() > 1 && out.front() == '[' && out.back() == ']')
+    out = out.substr(1, out.size() - 2);
   return out;
 }
 
