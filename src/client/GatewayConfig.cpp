@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "common/Ascii.h"
+#include "common/Url.h"
 
 namespace qipg {
 namespace {
@@ -111,12 +112,7 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   }
   const Text scheme = part(handle.get(), CURLUPART_SCHEME);
   const Text host = part(handle.get(), CURLUPART_HOST);
-  const Text path = part(handle.get(), CURLUPART_PATH);
-  const Text asRead = part(handle.get(), CURLUPART_URL);
-  const Text withoutDefaultPort = part(handle.get(), CURLUPART_URL, CURLU_NO_DEFAULT_PORT);
-  if (!scheme || !path || !asRead || !withoutDefaultPort) {
-    return refuse(" is not a valid URL: " + shown);
-  }
+  if (!scheme) return refuse(" is not a valid URL: " + shown);
   if (!host || host->empty()) return refuse(" has no host: " + shown);
   // Not shown: it may hold a password.
   if (part(handle.get(), CURLUPART_USER) || part(handle.get(), CURLUPART_PASSWORD)) {
@@ -136,15 +132,24 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   if (url.back() != '/') {
     return refuse(" must end with \"/\" (endpoint names are appended to it): " + shown);
   }
-  // The text must be what curl read, but for the case of scheme and host and a default port:
-  // anything else (dot segments, another spelling of an address or a port) reads differently.
-  const std::size_t origin = asRead->size() - path->size();
-  const std::string canonical =
-      asciiLower(withoutDefaultPort->substr(0, withoutDefaultPort->size() - path->size())) + *path;
-  if (url.size() != asRead->size() ||
-      !internal::equalsIgnoringAsciiCase(std::string_view(url).substr(0, origin),
-                                         std::string_view(*asRead).substr(0, origin)) ||
-      std::string_view(url).substr(origin) != *path) {
+  // The text must be its canonical form, but for the case of scheme and host and a default
+  // port: anything else (dot segments, another spelling of an address or a port) reads
+  // differently.
+  const std::string canonical = internal::canonicalURL(url);
+  const std::string origin = *scheme + "://" + asciiLower(*host);
+  bool same =
+      canonical.starts_with(origin) && url.size() >= origin.size() &&
+      internal::equalsIgnoringAsciiCase(std::string_view(url).substr(0, origin.size()), origin);
+  if (same) {
+    std::string_view written = std::string_view(url).substr(origin.size());
+    const std::string_view rest = std::string_view(canonical).substr(origin.size());
+    const std::string defaultPort = *scheme == "https" ? ":443" : ":80";
+    if (rest.starts_with('/') && written.starts_with(defaultPort + "/")) {
+      written.remove_prefix(defaultPort.size());
+    }
+    same = written == rest;
+  }
+  if (!same) {
     return refuse(" reads as " + canonical + "; write it so: " + shown);
   }
   return BaseURL{canonical, std::nullopt};

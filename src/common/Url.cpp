@@ -1,0 +1,68 @@
+#include "common/Url.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace qipg::internal {
+namespace {
+
+using UrlHandle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
+
+UrlHandle parse(const std::string& url) {
+  UrlHandle handle(curl_url(), &curl_url_cleanup);
+  if (handle && curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
+                    CURLUE_OK) {
+    handle.reset();
+  }
+  return handle;
+}
+
+std::string lower(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; });
+  return text;
+}
+
+std::string canonicalOnce(const std::string& url) {
+  // Only web addresses have a canonical form; any other text stays as it is.
+  if (url.find('\0') != std::string::npos) return url;
+  UrlHandle handle = parse(url);
+  char* scheme = nullptr;
+  if (!handle || curl_url_get(handle.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) return url;
+  const bool web = lower(scheme) == "http" || lower(scheme) == "https";
+  curl_free(scheme);
+  char* host = nullptr;
+  if (!web || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return url;
+  curl_url_set(handle.get(), CURLUPART_HOST, lower(host).c_str(), 0);
+  curl_free(host);
+  char* text = nullptr;
+  if (curl_url_get(handle.get(), CURLUPART_URL, &text, CURLU_NO_DEFAULT_PORT) != CURLUE_OK) {
+    return url;
+  }
+  std::string out = text;
+  curl_free(text);
+  return out;
+}
+
+}  // namespace
+
+std::string canonicalURL(const std::string& url) {
+  // Twice: a host libcurl decodes (say "%33") may take its final spelling ("0.0.0.3") only
+  // when the text is read again.
+  return canonicalOnce(canonicalOnce(url));
+}
+
+std::string hostOf(const std::string& url) {
+  UrlHandle handle = parse(url);
+  char* host = nullptr;
+  if (!handle || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return "";
+  std::string out = lower(host);
+  curl_free(host);
+  if (out.size() > 1 && out.front() == '[' && out.back() == ']')
+    out = out.substr(1, out.size() - 2);
+  return out;
+}
+
+}  // namespace qipg::internal

@@ -1,0 +1,19 @@
+// The canonical form of web addresses, read with libcurl's URL API. Base URLs are kept in this
+// form (GatewayConfig) and the payment windows compare page addresses in it, so that
+// "HTTPS://Host:443/ipg/" and "https://host/ipg/" are one address everywhere. Thread-safe.
+#pragma once
+
+#include <string>
+
+namespace qipg::internal {
+
+// `url` with scheme and host in lower case, the scheme's default port dropped and dot segments
+// of the path resolved; user info, the rest of the path, query and fragment as they stand. Any
+// other text (not an http or https URL libcurl can parse) comes back unchanged. The canonical
+// form of a canonical form is itself.
+std::string canonicalURL(const std::string& url);
+
+// The host of `url` in lower case (an IPv6 address without its brackets); "" when none.
+std::string hostOf(const std::string& url);
+
+}  // namespace qipg::internal
