@@ -15,6 +15,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Command.h"
@@ -245,6 +246,7 @@ class Tour {
       window->pressCancel();
     }
     spinUntil([&] { return !window->isOpen(); }, 5);
+    later_ = nullptr;  // it would outlive the window
     if (cancelled && spinUntil([&] { return reconciled.has_value(); }, 30)) {
       std::cout << "   reconciled with the gateway: " << orEmpty(reconciled->statusCode()) << " "
                 << orEmpty(reconciled->statusDescription()) << "\n";
@@ -260,8 +262,25 @@ class Tour {
     return options;
   }
 
-  bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) const {
-    return toolkit_.runUntil(done, seconds);
+  // Runs the main loop until `done()`; false after `seconds`. What a page hook left in `later_`
+  // runs here, outside the engine's callbacks, after a second more of the main loop: a load
+  // finishes before the page has been painted (in Qt WebEngine), and the pictures must show it.
+  bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (!done()) {
+      const auto left = std::chrono::ceil<std::chrono::seconds>(deadline -
+                                                                std::chrono::steady_clock::now());
+      if (left.count() <= 0 ||
+          !toolkit_.runUntil([&] { return done() || later_; }, unsigned(left.count()))) {
+        return false;
+      }
+      if (later_) {
+        const std::function<void()> work = std::exchange(later_, nullptr);
+        toolkit_.runUntil([] { return false; }, 1);
+        work();
+      }
+    }
+    return true;
   }
 
   // Saves a PNG of the window into the output directory, then runs `then` (if any).
@@ -306,7 +325,9 @@ class Tour {
               "'); set('cvv', '123'); set('holder', 'Jane Doe');"
               "document.querySelector('form').requestSubmit(); })()";
           Window* shown = &window;  // alive while pay() waits
-          screenshot(window, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
+          later_ = [this, shown, fill] {
+            screenshot(*shown, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
+          };
         },
         "Payment");
     if (!record) return false;
@@ -334,7 +355,7 @@ class Tour {
     std::unique_ptr<Window> window;
     options.onPageLoad = [&](qipg::PageLoadEvent event, const std::string& uri) {
       if (event == qipg::PageLoadEvent::Finished && uri == *request.url && window) {
-        screenshot(*window, "final-page.png", [&shot] { shot = true; });
+        later_ = [&] { screenshot(*window, "final-page.png", [&shot] { shot = true; }); };
       }
     };
     window = toolkit_.present(request, qipg::makePaymentControllerDelegate(nullptr), options,
@@ -343,6 +364,7 @@ class Tour {
     const bool ok = spinUntil([&] { return shot; }, 30);
     window->pressCancel();
     spinUntil([&] { return !window->isOpen(); }, 5);
+    later_ = nullptr;
     return ok;
   }
 
@@ -485,6 +507,7 @@ class Tour {
 
   std::filesystem::path out_;
   Toolkit toolkit_;
+  std::function<void()> later_;  // see spinUntil()
   std::filesystem::path work_;
   std::unique_ptr<qipg::sandbox::Sandbox> sandbox_;
   std::shared_ptr<qipg::QuandrelIPG> client_;
