@@ -11,7 +11,8 @@ namespace ipg {
 inline CLI::Option* addToolkitOption(CLI::App& command, std::string& toolkit) {
   return command
       .add_option("--toolkit", toolkit,
-                  "the payment window's toolkit: gtk (default, WebKitGTK) or qt (Qt WebEngine)")
+                  "the payment window's toolkit: gtk (WebKitGTK, default) or\n"
+                  "qt (Qt WebEngine)")
       ->check(CLI::IsMember({"gtk", "qt"}));
 }
 
