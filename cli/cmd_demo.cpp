@@ -518,10 +518,6 @@ class Tour {
 };
 
 int runDemo(const std::string& outDir, const std::string& toolkit) {
-  if (const std::string missing = toolkitMissing(toolkit); !missing.empty()) {
-    std::cerr << "ipg demo: " << missing << "\n";
-    return kExitUsage;
-  }
   const std::filesystem::path out = outDir;
   std::error_code error;
   std::filesystem::create_directories(out, error);
@@ -565,7 +561,13 @@ Command addDemoCommand(CLI::App& app) {
       "gateway's status of the order.\n");
   sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");
   addToolkitOption(*sub, *toolkit);
-  return {sub, [out, toolkit] { return runDemo(*out, *toolkit); }};
+  return {sub, [out, toolkit] {
+            if (const std::string missing = toolkitMissing(*toolkit); !missing.empty()) {
+              std::cerr << "ipg demo: " << missing << "\n";
+              return kExitUsage;
+            }
+            return runDemo(*out, *toolkit);
+          }};
 }
 
 }  // namespace ipg
