@@ -110,14 +110,14 @@ Toolkit toolkitOf() {
    private:
     std::shared_ptr<W> window_;
   };
-  return {[](const qipg::URLRequest& request,
-             std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
-             const qipg::PaymentWindowOptions& options,
-             std::string* error) -> std::unique_ptr<Window> {
-            std::shared_ptr<W> window = presentW(request, std::move(delegate), options, error);
-            return window ? std::make_unique<Adapter>(std::move(window)) : nullptr;
-          },
-          runUntil};
+  return {
+      [](const qipg::URLRequest& request,
+         std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
+         const qipg::PaymentWindowOptions& options, std::string* error) -> std::unique_ptr<Window> {
+        std::shared_ptr<W> window = presentW(request, std::move(delegate), options, error);
+        return window ? std::make_unique<Adapter>(std::move(window)) : nullptr;
+      },
+      runUntil};
 }
 
 Toolkit toolkitNamed([[maybe_unused]] const std::string& name) {
@@ -218,8 +218,7 @@ class Tour {
   // finished page load with the window and the page's address. Returns the record, or nothing.
   std::optional<qipg::PaymentResponse> pay(
       const qipg::URLRequest& request, const std::string& order,
-      const std::function<void(Window&, const std::string&)>& onPage,
-      const std::string& title) {
+      const std::function<void(Window&, const std::string&)>& onPage, const std::string& title) {
     std::optional<qipg::PaymentResponse> result;
     bool cancelled = false;
     auto delegate = qipg::makePaymentControllerDelegate(
@@ -268,8 +267,8 @@ class Tour {
   bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     while (!done()) {
-      const auto left = std::chrono::ceil<std::chrono::seconds>(deadline -
-                                                                std::chrono::steady_clock::now());
+      const auto left =
+          std::chrono::ceil<std::chrono::seconds>(deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0 ||
           !toolkit_.runUntil([&] { return done() || later_; }, unsigned(left.count()))) {
         return false;
@@ -284,8 +283,7 @@ class Tour {
   }
 
   // Saves a PNG of the window into the output directory, then runs `then` (if any).
-  void screenshot(Window& window, const std::string& name,
-                  std::function<void()> then = {}) {
+  void screenshot(Window& window, const std::string& name, std::function<void()> then = {}) {
     const std::string path = (out_ / name).string();
     window.saveScreenshot(path, [this, path, then = std::move(then)](bool saved) {
       if (saved) {
@@ -358,8 +356,8 @@ class Tour {
         later_ = [&] { screenshot(*window, "final-page.png", [&shot] { shot = true; }); };
       }
     };
-    window = toolkit_.present(request, qipg::makePaymentControllerDelegate(nullptr), options,
-                              nullptr);
+    window =
+        toolkit_.present(request, qipg::makePaymentControllerDelegate(nullptr), options, nullptr);
     if (!window) return false;
     const bool ok = spinUntil([&] { return shot; }, 30);
     window->pressCancel();

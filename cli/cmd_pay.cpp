@@ -199,8 +199,7 @@ std::string hostOf(const std::string& url) {
 }
 
 using RunWindow = std::optional<qipg::PaymentOutcome> (*)(const qipg::URLRequest&,
-                                                          qipg::PaymentWindowOptions,
-                                                          std::string*);
+                                                          qipg::PaymentWindowOptions, std::string*);
 
 // The toolkit's window runner; nullptr when this build lacks it (see toolkitMissing()).
 RunWindow windowRunner([[maybe_unused]] const std::string& toolkit) {
@@ -235,9 +234,8 @@ int openPaymentWindow(const qipg::URLRequest& request,
     return kExitFailed;
   }
   if (o.json) {
-    nlohmann::ordered_json answer = outcome->cancelled
-                                        ? nlohmann::ordered_json{{"cancelled", true}}
-                                        : recordJson(outcome->response);
+    nlohmann::ordered_json answer = outcome->cancelled ? nlohmann::ordered_json{{"cancelled", true}}
+                                                       : recordJson(outcome->response);
     if (outcome->reconciled) answer["reconciled"] = recordJson(*outcome->reconciled);
     std::cout << jsonLine(answer);
   } else {
