@@ -201,7 +201,7 @@ std::string hostOf(const std::string& url) {
 using RunWindow = std::optional<qipg::PaymentOutcome> (*)(const qipg::URLRequest&,
                                                           qipg::PaymentWindowOptions, std::string*);
 
-// The toolkit's window runner; nullptr when this build lacks it (see toolkitMissing()).
+// The toolkit's window runner; nullptr when this build lacks it.
 RunWindow windowRunner([[maybe_unused]] const std::string& toolkit) {
 #ifdef QIPG_HAVE_GTK
   if (toolkit == "gtk") return &qipg::runPaymentWindow;
@@ -218,7 +218,11 @@ int openPaymentWindow(const qipg::URLRequest& request,
                       const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
                       const MerchantCredentials& credentials) {
   const RunWindow run = windowRunner(o.toolkit);
-  if (run == nullptr) return kExitUsage;
+  if (run == nullptr) {
+    std::cerr << "ipg pay: " << toolkitMissing(o.toolkit)
+              << "; use --no-window against a sandbox, or --print-request\n";
+    return kExitUsage;
+  }
   qipg::PaymentWindowOptions options;
   options.client = client;
   options.title = o.card ? "Card payment" : "Payment";
@@ -257,12 +261,6 @@ int runPay(const PayOptions& o) {
   const std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
   if (!gateway) {
     std::cerr << "ipg pay: " << error << "\n";
-    return kExitUsage;
-  }
-  if (const std::string missing = toolkitMissing(o.toolkit);
-      !missing.empty() && !o.noWindow && !o.printRequest) {
-    std::cerr << "ipg pay: " << missing << "; use --no-window against a sandbox, or "
-              << "--print-request\n";
     return kExitUsage;
   }
   if (o.card && o.paymentType == "netbanking") {
