@@ -40,13 +40,17 @@ std::string jsonLine(const nlohmann::ordered_json& value) {
   return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
 
+nlohmann::ordered_json recordJson(const qipg::PaymentResponse& response) {
+  nlohmann::ordered_json record = nlohmann::ordered_json::object();
+  for (const auto& [name, value] : properties(response)) {
+    record[name] = *value ? nlohmann::ordered_json(**value) : nlohmann::ordered_json(nullptr);
+  }
+  return record;
+}
+
 void printRecord(std::ostream& out, const qipg::PaymentResponse& response, bool json) {
   if (json) {
-    nlohmann::ordered_json record = nlohmann::ordered_json::object();
-    for (const auto& [name, value] : properties(response)) {
-      record[name] = *value ? nlohmann::ordered_json(**value) : nlohmann::ordered_json(nullptr);
-    }
-    out << jsonLine(record);
+    out << jsonLine(recordJson(response));
     return;
   }
   for (const auto& [name, value] : properties(response)) {

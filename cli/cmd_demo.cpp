@@ -15,12 +15,15 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Command.h"
+#include "Toolkit.h"
 #include "qipg/Client.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
+#include "qipg/PaymentWindowOptions.h"
 #include "qipg/QuandrelIPG.h"
 #ifdef QIPG_HAVE_SANDBOX
 #include "Sandbox.h"
@@ -28,11 +31,14 @@
 #ifdef QIPG_HAVE_GTK
 #include "qipg/PaymentWindow.h"
 #endif
+#ifdef QIPG_HAVE_QT
+#include "qipg/QtPaymentWindow.h"
+#endif
 
 namespace ipg {
 namespace {
 
-#if defined(QIPG_HAVE_SANDBOX) && defined(QIPG_HAVE_GTK)
+#if defined(QIPG_HAVE_SANDBOX) && (defined(QIPG_HAVE_GTK) || defined(QIPG_HAVE_QT))
 
 constexpr char kApprovedCard[] = "4111111111111111";
 constexpr char kSecondCard[] = "5555555555554444";
@@ -63,13 +69,74 @@ std::string futureExpiry() {  // MMYY, three years ahead
   return text;
 }
 
-bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
-  return qipg::runMainLoopUntil(done, seconds);
+// A presented payment window as the tour drives it: the calls both toolkits' windows share.
+class Window {
+ public:
+  virtual ~Window() = default;
+  virtual void runJavaScript(const std::string& script,
+                             std::function<void(const qipg::Text&)> completion = {}) = 0;
+  virtual void saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion) = 0;
+  virtual void pressCancel() = 0;
+  virtual bool isOpen() const = 0;
+};
+
+// What the tour needs of a toolkit: presenting a window, and running the main loop until a
+// condition holds (false on the time-out).
+struct Toolkit {
+  std::function<std::unique_ptr<Window>(const qipg::URLRequest&,
+                                        std::shared_ptr<qipg::IPGPaymentControllerDelegate>,
+                                        const qipg::PaymentWindowOptions&, std::string*)>
+      present;
+  std::function<bool(const std::function<bool()>&, unsigned)> runUntil;
+};
+
+// The toolkit of the window class W (qipg::PaymentWindow or qipg::QtPaymentWindow), presented by
+// `presentW` and driven by `runUntil`.
+template <class W, auto presentW, auto runUntil>
+Toolkit toolkitOf() {
+  class Adapter final : public Window {
+   public:
+    explicit Adapter(std::shared_ptr<W> window) : window_(std::move(window)) {}
+    void runJavaScript(const std::string& script,
+                       std::function<void(const qipg::Text&)> completion) override {
+      window_->runJavaScript(script, std::move(completion));
+    }
+    void saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion) override {
+      window_->saveScreenshot(pngPath, std::move(completion));
+    }
+    void pressCancel() override { window_->pressCancel(); }
+    bool isOpen() const override { return window_->isOpen(); }
+
+   private:
+    std::shared_ptr<W> window_;
+  };
+  return {
+      [](const qipg::URLRequest& request,
+         std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
+         const qipg::PaymentWindowOptions& options, std::string* error) -> std::unique_ptr<Window> {
+        std::shared_ptr<W> window = presentW(request, std::move(delegate), options, error);
+        return window ? std::make_unique<Adapter>(std::move(window)) : nullptr;
+      },
+      runUntil};
+}
+
+Toolkit toolkitNamed([[maybe_unused]] const std::string& name) {
+#ifdef QIPG_HAVE_QT
+  if (name == "qt")
+    return toolkitOf<qipg::QtPaymentWindow, &qipg::presentQtPaymentWindow,
+                     &qipg::runQtMainLoopUntil>();
+#endif
+#ifdef QIPG_HAVE_GTK
+  return toolkitOf<qipg::PaymentWindow, &qipg::presentPaymentWindow, &qipg::runMainLoopUntil>();
+#else
+  return {};
+#endif
 }
 
 class Tour {
  public:
-  explicit Tour(std::filesystem::path out) : out_(std::move(out)) {}
+  Tour(std::filesystem::path out, Toolkit toolkit)
+      : out_(std::move(out)), toolkit_(std::move(toolkit)) {}
 
   int run() {
     const char* titles[] = {"Start the sandbox gateway",
@@ -147,31 +214,41 @@ class Tour {
     return opened == message;
   }
 
-  // Presents `request` in a payment window and drives it: `onPage` runs on every finished page
-  // load with the window and the page's address. Returns the record, or nothing.
+  // Presents `request` (for `order`) in a payment window and drives it: `onPage` runs on every
+  // finished page load with the window and the page's address. Returns the record, or nothing.
   std::optional<qipg::PaymentResponse> pay(
-      const qipg::URLRequest& request,
-      const std::function<void(qipg::PaymentWindow&, const std::string&)>& onPage,
-      const std::string& title) {
+      const qipg::URLRequest& request, const std::string& order,
+      const std::function<void(Window&, const std::string&)>& onPage, const std::string& title) {
     std::optional<qipg::PaymentResponse> result;
     bool cancelled = false;
     auto delegate = qipg::makePaymentControllerDelegate(
         [&](const qipg::PaymentResponse& r) { result = r; }, [&] { cancelled = true; });
-    std::shared_ptr<qipg::PaymentWindow> window;
+    std::unique_ptr<Window> window;
     qipg::PaymentWindowOptions options = windowOptions(title);
-    options.gateway = client_->config();
+    options.client = client_;
+    // An unclear end (a cancel, an unreadable final page) is confirmed with the gateway.
+    std::optional<qipg::PaymentResponse> reconciled;
+    options.reconcile = qipg::PaymentReconciliation{
+        order, mid(), key(), [&](const qipg::PaymentResponse& r) { reconciled = r; }};
     options.onPageLoad = [&](qipg::PageLoadEvent event, const std::string& uri) {
       if (event == qipg::PageLoadEvent::Finished && window) onPage(*window, uri);
     };
     std::string error;
-    window = qipg::presentPaymentWindow(request, delegate, options, &error);
+    window = toolkit_.present(request, delegate, options, &error);
     if (!window) {
       std::cout << "   " << error << "\n";
       return std::nullopt;
     }
-    if (!spinUntil([&] { return result.has_value() || cancelled; })) {
+    const auto ended = [&] { return result.has_value() || cancelled; };
+    if (!spinUntil(ended)) {
       std::cout << "   the payment did not finish in time\n";
       window->pressCancel();
+    }
+    spinUntil([&] { return !window->isOpen(); }, 5);
+    later_ = nullptr;  // it would outlive the window
+    if (cancelled && spinUntil([&] { return reconciled.has_value(); }, 30)) {
+      std::cout << "   reconciled with the gateway: " << orEmpty(reconciled->statusCode()) << " "
+                << orEmpty(reconciled->statusDescription()) << "\n";
     }
     return result;
   }
@@ -184,9 +261,29 @@ class Tour {
     return options;
   }
 
+  // Runs the main loop until `done()`; false after `seconds`. What a page hook left in `later_`
+  // runs here, outside the engine's callbacks, after a second more of the main loop: a load
+  // finishes before the page has been painted (in Qt WebEngine), and the pictures must show it.
+  bool spinUntil(const std::function<bool()>& done, unsigned seconds = 60) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    while (!done()) {
+      const auto left =
+          std::chrono::ceil<std::chrono::seconds>(deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0 ||
+          !toolkit_.runUntil([&] { return done() || later_; }, unsigned(left.count()))) {
+        return false;
+      }
+      if (later_) {
+        const std::function<void()> work = std::exchange(later_, nullptr);
+        toolkit_.runUntil([] { return false; }, 1);
+        work();
+      }
+    }
+    return true;
+  }
+
   // Saves a PNG of the window into the output directory, then runs `then` (if any).
-  void screenshot(qipg::PaymentWindow& window, const std::string& name,
-                  std::function<void()> then = {}) {
+  void screenshot(Window& window, const std::string& name, std::function<void()> then = {}) {
     const std::string path = (out_ / name).string();
     window.saveScreenshot(path, [this, path, then = std::move(then)](bool saved) {
       if (saved) {
@@ -212,8 +309,8 @@ class Tour {
     }
     const std::string cardForm = client_->CurrentDomainURL() + "doMEPayRequest";
     const auto record = pay(
-        *request,
-        [&](qipg::PaymentWindow& window, const std::string& uri) {
+        *request, orderA_,
+        [&](Window& window, const std::string& uri) {
           if (uri != cardForm) return;
           // Keep the session token (the final page is shown again with it), take the picture of
           // the empty card form, then fill in the test card and pay.
@@ -225,8 +322,10 @@ class Tour {
               std::string(kApprovedCard) + "'); set('expiry', '" + futureExpiry() +
               "'); set('cvv', '123'); set('holder', 'Jane Doe');"
               "document.querySelector('form').requestSubmit(); })()";
-          qipg::PaymentWindow* shown = &window;  // alive while pay() waits
-          screenshot(window, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
+          Window* shown = &window;  // alive while pay() waits
+          later_ = [this, shown, fill] {
+            screenshot(*shown, "payment-page.png", [shown, fill] { shown->runJavaScript(fill); });
+          };
         },
         "Payment");
     if (!record) return false;
@@ -251,18 +350,19 @@ class Tour {
     qipg::PaymentWindowOptions options = windowOptions("Receipt");
     options.gateway.testBaseURL = options.gateway.productionBaseURL = kNeverFinalBaseURL;
     bool shot = false;
-    std::shared_ptr<qipg::PaymentWindow> window;
+    std::unique_ptr<Window> window;
     options.onPageLoad = [&](qipg::PageLoadEvent event, const std::string& uri) {
       if (event == qipg::PageLoadEvent::Finished && uri == *request.url && window) {
-        screenshot(*window, "final-page.png", [&shot] { shot = true; });
+        later_ = [&] { screenshot(*window, "final-page.png", [&shot] { shot = true; }); };
       }
     };
     window =
-        qipg::presentPaymentWindow(request, qipg::makePaymentControllerDelegate(nullptr), options);
+        toolkit_.present(request, qipg::makePaymentControllerDelegate(nullptr), options, nullptr);
     if (!window) return false;
     const bool ok = spinUntil([&] { return shot; }, 30);
     window->pressCancel();
     spinUntil([&] { return !window->isOpen(); }, 5);
+    later_ = nullptr;
     return ok;
   }
 
@@ -280,8 +380,8 @@ class Tour {
     }
     const std::string confirmation = client_->CurrentDomainURL() + "doMEPayRequestCard";
     const auto record = pay(
-        *request,
-        [&](qipg::PaymentWindow& window, const std::string& uri) {
+        *request, orderB_,
+        [&](Window& window, const std::string& uri) {
           if (uri == confirmation)
             window.runJavaScript("document.querySelector('form').requestSubmit()");
         },
@@ -404,6 +504,8 @@ class Tour {
   static std::string key() { return qipg::sandbox::kTestMerchantKey; }
 
   std::filesystem::path out_;
+  Toolkit toolkit_;
+  std::function<void()> later_;  // see spinUntil()
   std::filesystem::path work_;
   std::unique_ptr<qipg::sandbox::Sandbox> sandbox_;
   std::shared_ptr<qipg::QuandrelIPG> client_;
@@ -413,7 +515,7 @@ class Tour {
   std::vector<std::string> screenshots_;
 };
 
-int runDemo(const std::string& outDir) {
+int runDemo(const std::string& outDir, const std::string& toolkit) {
   const std::filesystem::path out = outDir;
   std::error_code error;
   std::filesystem::create_directories(out, error);
@@ -421,13 +523,13 @@ int runDemo(const std::string& outDir) {
     std::cerr << "ipg demo: cannot use " << out << " for the screenshots\n";
     return 1;
   }
-  Tour tour(std::filesystem::absolute(out));
+  Tour tour(std::filesystem::absolute(out), toolkitNamed(toolkit));
   return tour.run();
 }
 
 #else
 
-int runDemo(const std::string&) {
+int runDemo(const std::string&, const std::string&) {
   std::cerr << "ipg demo: this build has no sandbox gateway or no payment window\n";
   return 1;
 }
@@ -438,6 +540,7 @@ int runDemo(const std::string&) {
 
 Command addDemoCommand(CLI::App& app) {
   auto out = std::make_shared<std::string>("demo-output");
+  auto toolkit = std::make_shared<std::string>("gtk");
   CLI::App* sub =
       app.add_subcommand("demo", "the tour: five operations end to end against a sandbox");
   sub->footer(
@@ -450,9 +553,19 @@ Command addDemoCommand(CLI::App& app) {
       "qipg::Client); one input error, reported before anything is sent, and one call with a\n"
       "wrong merchant key, diagnosed. It prints one table of the records. It needs a\n"
       "display for the window (`make demo` runs it under Xvfb when there is none) and saves PNG\n"
-      "screenshots of the payment page and of the final page in the output directory.\n");
+      "screenshots of the payment page and of the final page in the output directory. The\n"
+      "window is WebKitGTK's, or Qt WebEngine's with --toolkit qt: the same tour, the same\n"
+      "screenshots and table. A payment that ends unclear (cancelled) is confirmed with the\n"
+      "gateway's status of the order.\n");
   sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");
-  return {sub, [out] { return runDemo(*out); }};
+  addToolkitOption(*sub, *toolkit);
+  return {sub, [out, toolkit] {
+            if (const std::string missing = toolkitMissing(*toolkit); !missing.empty()) {
+              std::cerr << "ipg demo: " << missing << "\n";
+              return kExitUsage;
+            }
+            return runDemo(*out, *toolkit);
+          }};
 }
 
 }  // namespace ipg

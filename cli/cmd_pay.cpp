@@ -15,10 +15,15 @@
 #include "Output.h"
 #include "Sandbox.h"
 #include "ScriptedPayment.h"
+#include "Toolkit.h"
 #include "qipg/IPGResponseDelegate.h"
+#include "qipg/PaymentWindowOptions.h"
 #include "qipg/QuandrelIPG.h"
 #ifdef QIPG_HAVE_GTK
 #include "qipg/PaymentWindow.h"
+#endif
+#ifdef QIPG_HAVE_QT
+#include "qipg/QtPaymentWindow.h"
 #endif
 
 namespace ipg {
@@ -38,6 +43,7 @@ struct PayOptions {
   std::string cardFile;
   bool cardStdin = false;
   std::string testCard;
+  std::string toolkit = "gtk";
   bool noWindow = false;
   bool printRequest = false;
   bool json = false;
@@ -121,13 +127,13 @@ std::optional<Failure> readCard(const PayOptions& o, const Gateway& gateway,
   return std::nullopt;
 }
 
-// The payment page request, built through the library as an application builds it.
+// The payment page request, built through the library as an application builds it, with
+// the credentials it was built with.
 std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway& gateway,
                                              const CardDetails* card,
                                              std::shared_ptr<qipg::QuandrelIPG>& client,
-                                             Failure& failure) {
+                                             MerchantCredentials& credentials, Failure& failure) {
   std::string error;
-  MerchantCredentials credentials;
   if (!merchantCredentials(o.gateway, credentials, error)) {
     failure = {error, kExitUsage};
     return std::nullopt;
@@ -178,8 +184,7 @@ void printRequest(const qipg::URLRequest& request, bool json) {
 
 // ---- the payment window: every window code path of the command is here.
 
-#ifdef QIPG_HAVE_GTK
-// The host of an absolute URL as WebKit names it (IPv6 without brackets); empty when none.
+// The host of an absolute URL as the web views name it (IPv6 without brackets); empty when none.
 std::string hostOf(const std::string& url) {
   std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
   char* host = nullptr;
@@ -193,36 +198,63 @@ std::string hostOf(const std::string& url) {
   return name;
 }
 
-int openPaymentWindow(const qipg::URLRequest& request, const qipg::QuandrelIPG& client,
-                      bool cardCapture, bool json) {
+using RunWindow = std::optional<qipg::PaymentOutcome> (*)(const qipg::URLRequest&,
+                                                          qipg::PaymentWindowOptions, std::string*);
+
+// The toolkit's window runner; nullptr when this build lacks it.
+RunWindow windowRunner([[maybe_unused]] const std::string& toolkit) {
+#ifdef QIPG_HAVE_GTK
+  if (toolkit == "gtk") return &qipg::runPaymentWindow;
+#endif
+#ifdef QIPG_HAVE_QT
+  if (toolkit == "qt") return &qipg::runQtPaymentWindow;
+#endif
+  return nullptr;
+}
+
+// Runs the window; when the payment's end was unclear (cancelled, or an unreadable final
+// page) the gateway's status record of the order follows the window's own answer.
+int openPaymentWindow(const qipg::URLRequest& request,
+                      const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
+                      const MerchantCredentials& credentials) {
+  const RunWindow run = windowRunner(o.toolkit);
+  if (run == nullptr) {
+    std::cerr << "ipg pay: " << toolkitMissing(o.toolkit)
+              << "; use --no-window against a sandbox, or --print-request\n";
+    return kExitUsage;
+  }
   qipg::PaymentWindowOptions options;
-  options.gateway = client.config();
-  options.title = cardCapture ? "Card payment" : "Payment";
-  if (!options.gateway.caFile.empty() && request.url) {
-    options.trustedCAFile = options.gateway.caFile;
+  options.client = client;
+  options.title = o.card ? "Card payment" : "Payment";
+  if (!client->config().caFile.empty() && request.url) {
+    options.trustedCAFile = client->config().caFile;
     options.trustedHost = hostOf(*request.url);
   }
+  options.reconcile = qipg::PaymentReconciliation{o.order, credentials.mid, credentials.key, {}};
   std::string error;
-  const std::optional<qipg::PaymentOutcome> outcome =
-      qipg::runPaymentWindow(request, options, &error);
+  const std::optional<qipg::PaymentOutcome> outcome = run(request, options, &error);
   if (!outcome) {
     std::cerr << "ipg pay: " << error << "\n";
     return kExitFailed;
   }
-  if (outcome->cancelled) {
-    std::cout << (json ? "{\"cancelled\":true}" : "cancelled by the customer") << "\n";
-    return kExitFailed;
+  if (o.json) {
+    nlohmann::ordered_json answer = outcome->cancelled ? nlohmann::ordered_json{{"cancelled", true}}
+                                                       : recordJson(outcome->response);
+    if (outcome->reconciled) answer["reconciled"] = recordJson(*outcome->reconciled);
+    std::cout << jsonLine(answer);
+  } else {
+    if (outcome->cancelled) {
+      std::cout << "cancelled by the customer\n";
+    } else {
+      printRecord(std::cout, outcome->response, false);
+    }
+    if (outcome->reconciled) {
+      std::cout << "reconciled with the gateway:\n";
+      printRecord(std::cout, *outcome->reconciled, false);
+    }
   }
-  printRecord(std::cout, outcome->response, json);
-  return std::cout.flush() ? kExitOk : kExitFailed;
+  return std::cout.flush() && !outcome->cancelled ? kExitOk : kExitFailed;
 }
-#else
-int openPaymentWindow(const qipg::URLRequest&, const qipg::QuandrelIPG&, bool, bool) {
-  std::cerr << "ipg pay: the payment window is not available in this build; use --no-window "
-               "against a sandbox, or --print-request\n";
-  return kExitFailed;
-}
-#endif
 
 int runPay(const PayOptions& o) {
   std::string error;
@@ -248,9 +280,10 @@ int runPay(const PayOptions& o) {
     return kExitUsage;
   }
   std::shared_ptr<qipg::QuandrelIPG> client;
+  MerchantCredentials credentials;
   Failure failure{"", kExitOk};
   const std::optional<qipg::URLRequest> request =
-      buildRequest(o, *gateway, card.get(), client, failure);
+      buildRequest(o, *gateway, card.get(), client, credentials, failure);
   if (!request) {
     std::cerr << "ipg pay: " << failure.message << "\n";
     return failure.exitCode;
@@ -259,7 +292,7 @@ int runPay(const PayOptions& o) {
     printRequest(*request, o.json);
     return std::cout.flush() ? kExitOk : kExitFailed;
   }
-  if (!o.noWindow) return openPaymentWindow(*request, *client, o.card, o.json);
+  if (!o.noWindow) return openPaymentWindow(*request, client, o, credentials);
   const std::optional<qipg::PaymentResponse> record =
       payWithoutWindow(*request, card.get(), gateway->config, error);
   if (!record) {
@@ -283,7 +316,12 @@ Command addPayCommand(CLI::App& app) {
       "body: the sealed message and the MID). The final page's record is printed, one\n"
       "\"property: value\" line each or one JSON object with --json, and ipg exits 0; a\n"
       "statusCode F is the gateway's verdict. When the library refuses the input, its message\n"
-      "is printed and ipg exits 2; a cancelled window or an unreachable page exits 1.\n");
+      "is printed and ipg exits 2; a cancelled window or an unreachable page exits 1.\n"
+      "When the window cannot tell how the payment ended (the customer cancelled, or the\n"
+      "final page could not be read), ipg asks the gateway for the order's status and prints\n"
+      "that record too: after a line \"reconciled with the gateway:\", or as the\n"
+      "\"reconciled\" member with --json. The window is WebKitGTK's, or Qt WebEngine's with\n"
+      "--toolkit qt.\n");
   auto* standard = sub->add_flag("--standard", o->standard,
                                  "standard payment: the customer enters the card on the\n"
                                  "gateway's card form");
@@ -333,6 +371,7 @@ Command addPayCommand(CLI::App& app) {
       sub->add_flag("--print-request", o->printRequest, "print the request instead of paying")
           ->group("Output");
   noWindow->excludes(print);
+  addToolkitOption(*sub, o->toolkit)->group("Output");
   sub->add_flag("--json", o->json, "print the record or request as one JSON object")
       ->group("Output");
   addGatewayOptions(*sub, o->gateway);
