@@ -154,19 +154,11 @@ void Client::Impl::manage(Operation operation, const std::string& orderID,
   }
   const std::string body =
       "merchantReqStrT=" + envelope + midField + mid.value_or("") + "&iosEnc=true";
-  URLRequest request;
-  request.url = baseURL + endpoint;
-  request.httpMethod = "POST";
-  request.setValueForHTTPHeaderField("application/x-www-form-urlencoded", "Content-Type");
-  request.setValueForHTTPHeaderField(std::to_string(body.size()), "Content-Length");
-  request.httpBody.assign(body.begin(), body.end());
-  request.timeoutInterval = 0;  // the gateway configuration's time-outs apply
-  request.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalAndRemoteCacheData;
-
   auto call = std::make_shared<Call>(operation, std::move(deliver), key);
   // The transport runs the completion on one of its completion threads, never inside post().
   const internal::RequestId id = transport->post(
-      std::move(request), [self = shared_from_this(), call](const TransportReply& reply) {
+      internal::formPostRequest(baseURL + endpoint, body),
+      [self = shared_from_this(), call](const TransportReply& reply) {
         call->deliver(self->read(*call, reply));
       });
   if (stop.stop_possible()) {

@@ -116,17 +116,7 @@ void QuandrelIPG::sendPostRequestWithURL(
     const Text& url, const std::string& parameters,
     std::function<void(const Text& answer, const std::optional<TransportError>& error)>
         completion) {
-  URLRequest request;
-  request.url = url;
-  request.httpMethod = "POST";
-  request.setValueForHTTPHeaderField("application/x-www-form-urlencoded", "Content-Type");
-  request.setValueForHTTPHeaderField(std::to_string(parameters.size()), "Content-Length");
-  request.httpBody.assign(parameters.begin(), parameters.end());
-  // No per-request limit: GatewayConfig's time-outs apply.
-  request.timeoutInterval = 0;
-  // The transport keeps no cache, so every post goes to the gateway anyway.
-  request.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalAndRemoteCacheData;
-  transport_->post(std::move(request),
+  transport_->post(internal::formPostRequest(url, parameters),
                    [completion = std::move(completion)](const internal::TransportReply& reply) {
                      if (completion) completion(reply.answer, reply.error);
                    });

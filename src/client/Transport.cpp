@@ -185,6 +185,20 @@ bool hasLoopbackHost(const std::string& url) {
           equalsIgnoringAsciiCase(name.substr(name.size() - kLocal.size() - 1), ".localhost"));
 }
 
+URLRequest formPostRequest(const Text& url, const std::string& body) {
+  URLRequest request;
+  request.url = url;
+  request.httpMethod = "POST";
+  request.setValueForHTTPHeaderField("application/x-www-form-urlencoded", "Content-Type");
+  request.setValueForHTTPHeaderField(std::to_string(body.size()), "Content-Length");
+  request.httpBody.assign(body.begin(), body.end());
+  // No per-request limit: GatewayConfig's time-outs apply.
+  request.timeoutInterval = 0;
+  // The transport keeps no cache, so every post goes to the gateway anyway.
+  request.cachePolicy = URLRequestCachePolicy::ReloadIgnoringLocalAndRemoteCacheData;
+  return request;
+}
+
 namespace {
 
 bool isToken(const std::string& text) {

@@ -36,6 +36,10 @@ using RequestId = std::uint64_t;  // never 0
 // host never go through a proxy. False for anything that does not parse.
 bool hasLoopbackHost(const std::string& url);
 
+// The gateway's management post: `body` as a form to `url`, with GatewayConfig's time-outs and
+// no cache.
+URLRequest formPostRequest(const Text& url, const std::string& body);
+
 class Transport {
  public:
   // The largest answer handed on; a longer one is cut off and reported as an error.
