@@ -115,7 +115,7 @@ bool merchantCredentials(const GatewayOptions& o, MerchantCredentials& c, std::s
     c.key = text->substr(0, text->find_first_of("\r\n"));
     wipe(*text);
   } else if (std::string key = environmentValue("QIPG_KEY"); !key.empty()) {
-    c.key = std::move(key);
+    c.key = key;  // a copy: a moved-from string may keep the bytes, and wipe() would miss them
     wipe(key);
   } else if (c.mid) {
     c.key = promptSecret("Merchant key: ");
