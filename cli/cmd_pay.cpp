@@ -158,7 +158,8 @@ std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway&
         o.order, o.amount, o.currency, o.description, type, a[0], a[1], a[2], a[3], a[4], a[5],
         a[6], a[7], a[8], a[9], credentials.mid, credentials.key, recorder);
   }
-  if (!request) failure = {recorder->message().value_or("the library returned no request"), 2};
+  if (!request)
+    failure = {recorder->message().value_or("the library returned no request"), kExitUsage};
   return request;
 }
 
