@@ -17,11 +17,6 @@
 namespace ipg {
 namespace {
 
-std::string environmentValue(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? std::string(value) : std::string();
-}
-
 // Reads one line from the terminal without echo; absent when standard input is no terminal.
 std::optional<std::string> promptSecret(const char* prompt) {
   if (::isatty(STDIN_FILENO) == 0) return std::nullopt;
@@ -39,6 +34,11 @@ std::optional<std::string> promptSecret(const char* prompt) {
 }
 
 }  // namespace
+
+std::string environmentValue(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? std::string(value) : std::string();
+}
 
 void wipe(std::string& secret) {
   volatile char* bytes = secret.data();

@@ -66,11 +66,6 @@ struct Failure {
   int exitCode;
 };
 
-std::string environmentValue(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
-
 // Number, expiry, CVV and holder, one a line.
 bool cardFromLines(const std::string& text, CardDetails& card) {
   std::size_t at = 0;
