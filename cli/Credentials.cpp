@@ -17,11 +17,6 @@
 namespace ipg {
 namespace {
 
-std::string environmentValue(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? std::string(value) : std::string();
-}
-
 // Reads one line from the terminal without echo; absent when standard input is no terminal.
 std::optional<std::string> promptSecret(const char* prompt) {
   if (::isatty(STDIN_FILENO) == 0) return std::nullopt;
@@ -39,6 +34,11 @@ std::optional<std::string> promptSecret(const char* prompt) {
 }
 
 }  // namespace
+
+std::string environmentValue(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? std::string(value) : std::string();
+}
 
 void wipe(std::string& secret) {
   volatile char* bytes = secret.data();
@@ -115,7 +115,7 @@ bool merchantCredentials(const GatewayOptions& o, MerchantCredentials& c, std::s
     c.key = text->substr(0, text->find_first_of("\r\n"));
     wipe(*text);
   } else if (std::string key = environmentValue("QIPG_KEY"); !key.empty()) {
-    c.key = std::move(key);
+    c.key = key;  // a copy: a moved-from string may keep the bytes, and wipe() would miss them
     wipe(key);
   } else if (c.mid) {
     c.key = promptSecret("Merchant key: ");

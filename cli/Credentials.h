@@ -65,6 +65,9 @@ bool isLoopbackURL(const std::string& url);
 std::optional<std::string> readOwnerOnlyFile(const std::string& path, const std::string& what,
                                              std::string& error);
 
+// The value of environment variable `name`; empty when it is not set.
+std::string environmentValue(const char* name);
+
 // Overwrites a secret's bytes, then empties it.
 void wipe(std::string& secret);
 

@@ -66,11 +66,6 @@ struct Failure {
   int exitCode;
 };
 
-std::string environmentValue(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
-
 // Number, expiry, CVV and holder, one a line.
 bool cardFromLines(const std::string& text, CardDetails& card) {
   std::size_t at = 0;
@@ -158,7 +153,8 @@ std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway&
         o.order, o.amount, o.currency, o.description, type, a[0], a[1], a[2], a[3], a[4], a[5],
         a[6], a[7], a[8], a[9], credentials.mid, credentials.key, recorder);
   }
-  if (!request) failure = {recorder->message().value_or("the library returned no request"), 2};
+  if (!request)
+    failure = {recorder->message().value_or("the library returned no request"), kExitUsage};
   return request;
 }
 
