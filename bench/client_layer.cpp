@@ -3,10 +3,8 @@
 // run, against the same sandbox gateway. A call takes a few hundred microseconds of network
 // round trip on a shared machine, so each figure is the median of repetitions run in random
 // interleaved order (the row without an aggregate suffix is the median).
-#include <stdlib.h>
-
 #include <condition_variable>
-#include <filesystem>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -14,6 +12,7 @@
 
 #include "Ratio.h"
 #include "Sandbox.h"
+#include "SandboxDir.h"
 #include "qipg/Client.h"
 #include "qipg/IPGResponseDelegate.h"
 #include "qipg/QuandrelIPG.h"
@@ -24,38 +23,20 @@ const std::string kMID = qipg::sandbox::kTestMerchantId;
 const std::string kKey = qipg::sandbox::kTestMerchantKey;
 
 struct Setup {
-  std::filesystem::path dir;
-  std::unique_ptr<qipg::sandbox::Sandbox> sandbox;
+  qipg_bench::SandboxDir gateway;
   std::shared_ptr<qipg::QuandrelIPG> ipg;
   std::shared_ptr<qipg::Client> client;
 
   Setup() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qipg-bench-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) std::abort();
-    dir = pattern;
-    setenv("QIPG_DEFAULTS_FILE", (dir / "defaults.sqlite3").c_str(), 1);
-    qipg::sandbox::Options options;
-    options.dataDir = (dir / "sandbox").string();
-    std::string error;
-    sandbox = qipg::sandbox::Sandbox::start(options, &error);
-    if (!sandbox) std::abort();
     qipg::ClientOptions clientOptions;
-    clientOptions.gateway.testBaseURL = sandbox->baseURL();
-    clientOptions.gateway.caFile = sandbox->caFile();
+    clientOptions.gateway.testBaseURL = gateway.sandbox->baseURL();
+    clientOptions.gateway.caFile = gateway.sandbox->caFile();
     clientOptions.merchantID = kMID;
     clientOptions.encryptionKey = kKey;
     ipg = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, clientOptions.gateway);
     auto made = qipg::Client::create(clientOptions);
     if (!ipg || !made) std::abort();
     client = made.value();
-  }
-
-  ~Setup() {
-    client.reset();
-    ipg.reset();
-    sandbox.reset();
-    std::error_code ignored;
-    std::filesystem::remove_all(dir, ignored);
   }
 };
 

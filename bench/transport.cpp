@@ -9,13 +9,12 @@
 //   threads included, it runs in this process) and check that every call was answered
 //   exactly once. Target for 10,000: within 64 MiB peak RSS.
 #include <curl/curl.h>
-#include <stdlib.h>
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -24,6 +23,7 @@
 
 #include "Ratio.h"
 #include "Sandbox.h"
+#include "SandboxDir.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 #include "qipg/IPGResponseDelegate.h"
@@ -38,37 +38,20 @@ constexpr int kManyAtOnce = 10000;
 
 // The sandbox and the client, set up once for the whole run in a private directory.
 struct Setup {
-  std::filesystem::path dir;
-  std::unique_ptr<qipg::sandbox::Sandbox> sandbox;
+  qipg_bench::SandboxDir gateway;
   qipg::GatewayConfig config;
   std::shared_ptr<qipg::QuandrelIPG> client;
   std::string statusURL;
   std::string form;  // the status form the library posts for the same order
 
   Setup() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qipg-bench-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) std::abort();
-    dir = pattern;
-    setenv("QIPG_DEFAULTS_FILE", (dir / "defaults.sqlite3").c_str(), 1);
-    qipg::sandbox::Options options;
-    options.dataDir = (dir / "sandbox").string();
-    std::string error;
-    sandbox = qipg::sandbox::Sandbox::start(options, &error);
-    if (!sandbox) std::abort();
-    config.testBaseURL = sandbox->baseURL();
-    config.caFile = sandbox->caFile();
+    config.testBaseURL = gateway.sandbox->baseURL();
+    config.caFile = gateway.sandbox->caFile();
     client = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, config);
     if (!client) std::abort();
-    statusURL = sandbox->baseURL() + "getTransactionStatus";
+    statusURL = gateway.sandbox->baseURL() + "getTransactionStatus";
     form = "merchantReqStrT=" + qipg::encryptTextWithEncKey(kMID + "|BENCH1||||||||||||", kKey) +
            "&mid=" + kMID + "&iosEnc=true";
-  }
-
-  ~Setup() {
-    client.reset();
-    sandbox.reset();
-    std::error_code ignored;
-    std::filesystem::remove_all(dir, ignored);
   }
 };
 
@@ -140,7 +123,7 @@ std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) 
 CURL* bareEasy(const Setup& s, curl_slist* headers) {
   CURL* easy = curl_easy_init();
   curl_easy_setopt(easy, CURLOPT_URL, s.statusURL.c_str());
-  curl_easy_setopt(easy, CURLOPT_CAINFO, s.sandbox->caFile().c_str());
+  curl_easy_setopt(easy, CURLOPT_CAINFO, s.gateway.sandbox->caFile().c_str());
   curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(easy, CURLOPT_POST, 1L);
   curl_easy_setopt(easy, CURLOPT_POSTFIELDS, s.form.c_str());
