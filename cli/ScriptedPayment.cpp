@@ -72,10 +72,13 @@ class Browser {
     return page;
   }
 
-  // `text` percent-encoded for a form body.
+  // `text` percent-encoded for a form body. It may be card data: libcurl's copy is cleared
+  // before it is freed.
   std::string escape(const std::string& text) {
     char* escaped = curl_easy_escape(curl_.get(), text.c_str(), static_cast<int>(text.size()));
-    std::string out = escaped != nullptr ? escaped : "";
+    if (escaped == nullptr) return {};
+    std::string out = escaped;
+    for (volatile char* byte = escaped; *byte != '\0'; ++byte) *byte = '\0';
     curl_free(escaped);
     return out;
   }
@@ -104,6 +107,7 @@ std::string resolve(const std::string& base, const std::string& action) {
 std::optional<std::string> formBody(Browser& browser, const PageForm& form,
                                     const CardDetails* card) {
   std::string body;
+  body.reserve(4096);  // one buffer, so no copy of the card is left behind by a reallocation
   for (const PageForm::Field& field : form.fields) {
     const std::string* value = &field.value;
     if (card != nullptr) {
@@ -114,7 +118,12 @@ std::optional<std::string> formBody(Browser& browser, const PageForm& form,
     } else if (field.name == "cardNumber") {
       return std::nullopt;
     }
-    body += (body.empty() ? "" : "&") + browser.escape(field.name) + "=" + browser.escape(*value);
+    std::string encoded = browser.escape(*value);
+    if (!body.empty()) body += '&';
+    body += browser.escape(field.name);
+    body += '=';
+    body += encoded;
+    wipe(encoded);
   }
   return body;
 }
