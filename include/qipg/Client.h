@@ -25,11 +25,15 @@ namespace qipg {
 /// credentials fixed at creation, so calls never race on shared credential fields.
 ///
 /// Status, cancel and refund each come in two forms, each with an optional std::stop_token:
-/// - returning a std::future, fulfilled on a library thread (not through the callback
-///   executor, so waiting for it on the executor's thread cannot deadlock);
+/// - returning a std::future, fulfilled on the network thread as soon as the answer is in (at
+///   once, on the calling thread, for a call that ends before anything is sent); never through
+///   a completion thread or the callback executor, so a callback may wait for one;
 /// - taking a callback, run on ClientOptions::callbackExecutor when one is set, else on the
 ///   client's completion threads; never on the thread that made the call and never on the
 ///   network thread. Exceptions thrown by a callback are caught and dropped.
+///
+/// A cancel or refund goes out at most once: when its connection dies after the request was
+/// sent, the call ends with Error::outcomeUnknown instead of being sent again.
 ///
 /// Every call completes exactly once. A readable answer is a value, even when the gateway's
 /// statusCode is "F": that is the gateway's verdict, with its statusDescription. An Error is

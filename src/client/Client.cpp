@@ -34,11 +34,18 @@ namespace qipg {
 namespace {
 
 using internal::kSuccess;
-using internal::Transport;
-using internal::TransportReply;
 using internal::makeError;
 using internal::Operation;
+using internal::Transport;
+using internal::TransportReply;
 using Deliver = Client::Callback;
+
+// Where a call's result goes: a promise, which may be fulfilled on any thread and at once, or
+// the host's callback, which never runs on the caller's thread nor on the transfer thread.
+struct Sink {
+  Deliver deliver;
+  bool runsHostCode = true;
+};
 
 PaymentResponse failedRecord() {
   PaymentResponse record;
@@ -57,8 +64,8 @@ struct SecretKey {
 
 // What a management call needs once it is under way.
 struct Call {
-  Call(Operation operation, Deliver deliver, const Text& key)
-      : operation(operation), deliver(std::move(deliver)), key(key) {}
+  Call(Operation operation, Sink sink, const Text& key)
+      : operation(operation), deliver(std::move(sink.deliver)), key(key) {}
   Operation operation;
   Deliver deliver;
   SecretKey key;
@@ -82,24 +89,27 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
   CallbackExecutor executor;
   CommonUtilities parsers;
   std::atomic<bool> shutDown{false};
-  // Runs the completions of calls that end before anything is sent, which must not run on the
+  // Runs the callbacks of calls that end before anything is sent, which must not run on the
   // caller's thread.
   internal::CompletionPool early{1};
 
-  void later(const Deliver& deliver, Error error) {
-    early.submit([deliver, error = std::move(error)]() { deliver(error); });
+  // Ends a call that sent nothing: a promise at once, a callback on the early thread.
+  void endEarly(Sink sink, Error error) {
+    if (!sink.runsHostCode) return sink.deliver(std::move(error));
+    early.submit(
+        [deliver = std::move(sink.deliver), error = std::move(error)]() { deliver(error); });
   }
 
   void manage(Operation operation, const std::string& orderID, const std::string& ref,
-              const std::string* amount, std::stop_token stop, Deliver deliver);
+              const std::string* amount, std::stop_token stop, Sink sink);
   Result<PaymentResponse> read(const Call& call, const TransportReply& reply) const;
 };
 
-void Client::Impl::manage(Operation operation, const std::string& orderID,
-                          const std::string& ref, const std::string* amount, std::stop_token stop,
-                          Deliver deliver) {
+void Client::Impl::manage(Operation operation, const std::string& orderID, const std::string& ref,
+                          const std::string* amount, std::stop_token stop, Sink sink) {
   if (shutDown) {
-    return later(deliver, makeError(ErrorKind::ShutDown, "the client has been shut down"));
+    return endEarly(std::move(sink),
+                    makeError(ErrorKind::ShutDown, "the client has been shut down"));
   }
   const Text order = orderID;
   const Text reference = ref;
@@ -126,8 +136,7 @@ void Client::Impl::manage(Operation operation, const std::string& orderID,
                       .getRequestMessage();
         break;
       case Operation::Refund:
-        verdict =
-            RefundRequest().validateInputForRefundRequest(order, reference, money, mid, key);
+        verdict = RefundRequest().validateInputForRefundRequest(order, reference, money, mid, key);
         if (verdict != kSuccess) break;
         if (auto problem = internal::amountProblem(*amount)) verdict = *problem;
         if (verdict != kSuccess) break;
@@ -140,27 +149,35 @@ void Client::Impl::manage(Operation operation, const std::string& orderID,
   } catch (const std::invalid_argument& absentField) {
     verdict = absentField.what();  // validation refuses every absent field first
   }
-  if (verdict != kSuccess) return later(deliver, makeError(ErrorKind::Input, verdict));
+  if (verdict != kSuccess) return endEarly(std::move(sink), makeError(ErrorKind::Input, verdict));
   if (stop.stop_requested()) {
     internal::wipe(message);
-    return later(deliver, makeError(ErrorKind::Cancelled, "the call was cancelled before it was sent"));
+    return endEarly(std::move(sink),
+                    makeError(ErrorKind::Cancelled, "the call was cancelled before it was sent"));
   }
 
   const std::string envelope = encryptTextWithEncKey(message, key);
   internal::wipe(message);
   if (envelope.empty()) {
-    return later(deliver, makeError(ErrorKind::Config,
-                                    "the request could not be sealed with this merchant key"));
+    return endEarly(
+        std::move(sink),
+        makeError(ErrorKind::Config, "the request could not be sealed with this merchant key"));
   }
   const std::string body =
       "merchantReqStrT=" + envelope + midField + mid.value_or("") + "&iosEnc=true";
-  auto call = std::make_shared<Call>(operation, std::move(deliver), key);
-  // The transport runs the completion on one of its completion threads, never inside post().
+  // A promise is fulfilled on the transfer thread as soon as the answer is in, so that a future
+  // never waits for a completion thread (which a host callback may be holding, perhaps while it
+  // waits for that very future). A callback goes to a completion thread.
+  internal::PostOptions options;
+  options.atMostOnce = operation != Operation::Status;
+  options.completeOnTransferThread = !sink.runsHostCode;
+  auto call = std::make_shared<Call>(operation, std::move(sink), key);
   const internal::RequestId id = transport->post(
       internal::formPostRequest(baseURL + endpoint, body),
       [self = shared_from_this(), call](const TransportReply& reply) {
         call->deliver(self->read(*call, reply));
-      });
+      },
+      options);
   if (stop.stop_possible()) {
     std::weak_ptr<Transport> weak = transport;
     call->onStop.emplace(std::move(stop), [weak, id] {
@@ -179,17 +196,19 @@ Result<PaymentResponse> Client::Impl::read(const Call& call, const TransportRepl
   if (!plain || plain->empty()) {
     return internal::withOutcome(
         makeError(ErrorKind::Unreadable,
-                  reply.answer ? "the answer could not be opened with this merchant key (wrong key?)"
-                               : "the gateway's answer is not text"),
+                  reply.answer
+                      ? "the answer could not be opened with this merchant key (wrong key?)"
+                      : "the gateway's answer is not text"),
         call.operation, true);
   }
   PaymentResponse record = call.operation == Operation::Status
                                ? parsers.getResponseFromString(plain)
                                : parsers.getCancelOrRefundPaymentResponse(plain);
   if (record == failedRecord()) {
-    return internal::withOutcome(makeError(ErrorKind::Unreadable,
-                                 "the gateway's answer opened but could not be read as a record"),
-                       call.operation, true);
+    return internal::withOutcome(
+        makeError(ErrorKind::Unreadable,
+                  "the gateway's answer opened but could not be read as a record"),
+        call.operation, true);
   }
   return record;
 }
@@ -209,8 +228,9 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
         options.gateway);
     if (impl->ipg) impl->transport = Transport::create(impl->ipg->config());
     if (!impl->ipg || !impl->transport) {
-      return makeError(ErrorKind::Config, "the client could not be set up: the HTTP transport did "
-                                          "not start");
+      return makeError(ErrorKind::Config,
+                       "the client could not be set up: the HTTP transport did "
+                       "not start");
     }
     impl->baseURL = impl->ipg->CurrentDomainURL();
     impl->executor = std::move(options.callbackExecutor);
@@ -254,35 +274,37 @@ const std::string& Client::baseURL() const { return impl_->baseURL; }
 namespace {
 
 // Runs the caller's callback where the options say; its exceptions stay here.
-Deliver toCallback(const CallbackExecutor& executor, Client::Callback callback) {
+Sink toCallback(const CallbackExecutor& executor, Client::Callback callback) {
   auto shared = std::make_shared<Client::Callback>(std::move(callback));
-  return [executor, shared](Result<PaymentResponse> result) {
-    auto run = [shared, result = std::move(result)]() mutable {
-      try {
-        if (*shared) (*shared)(std::move(result));
-      } catch (...) {
-        // The callback's failure is the host's; the client goes on.
-      }
-    };
-    if (!executor) return run();
-    try {
-      executor(std::move(run));
-    } catch (...) {
-      // An executor that throws loses the callback; nothing else can be done here.
-    }
-  };
+  return {[executor, shared](Result<PaymentResponse> result) {
+            auto run = [shared, result = std::move(result)]() mutable {
+              try {
+                if (*shared) (*shared)(std::move(result));
+              } catch (...) {
+                // The callback's failure is the host's; the client goes on.
+              }
+            };
+            if (!executor) return run();
+            try {
+              executor(std::move(run));
+            } catch (...) {
+              // An executor that throws loses the callback; nothing else can be done here.
+            }
+          },
+          true};
 }
 
 struct Promised {
-  Deliver deliver;
+  Sink sink;
   std::future<Result<PaymentResponse>> future;
 };
 
 Promised toFuture() {
   auto promise = std::make_shared<std::promise<Result<PaymentResponse>>>();
   std::future<Result<PaymentResponse>> future = promise->get_future();
-  return {[promise](Result<PaymentResponse> result) { promise->set_value(std::move(result)); },
-          std::move(future)};
+  return {
+      {[promise](Result<PaymentResponse> result) { promise->set_value(std::move(result)); }, false},
+      std::move(future)};
 }
 
 }  // namespace
@@ -291,7 +313,7 @@ std::future<Result<PaymentResponse>> Client::status(const TransactionQuery& quer
                                                     std::stop_token stop) {
   Promised promised = toFuture();
   impl_->manage(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
-                std::move(stop), std::move(promised.deliver));
+                std::move(stop), std::move(promised.sink));
   return std::move(promised.future);
 }
 
@@ -304,7 +326,7 @@ std::future<Result<PaymentResponse>> Client::cancel(const TransactionQuery& quer
                                                     std::stop_token stop) {
   Promised promised = toFuture();
   impl_->manage(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
-                std::move(stop), std::move(promised.deliver));
+                std::move(stop), std::move(promised.sink));
   return std::move(promised.future);
 }
 
@@ -317,7 +339,7 @@ std::future<Result<PaymentResponse>> Client::refund(const RefundQuery& query,
                                                     std::stop_token stop) {
   Promised promised = toFuture();
   impl_->manage(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
-                std::move(stop), std::move(promised.deliver));
+                std::move(stop), std::move(promised.sink));
   return std::move(promised.future);
 }
 
@@ -338,8 +360,8 @@ std::uint64_t typeCode(TransactionType type) {
 // Catches the failure message QuandrelIPG hands its delegate during a payment call.
 struct Refusal {
   std::string message;
-  std::shared_ptr<IPGResponseDelegate> delegate = makeResponseDelegate(
-      {}, {}, [this](const std::string& text) { message = text; });
+  std::shared_ptr<IPGResponseDelegate> delegate =
+      makeResponseDelegate({}, {}, [this](const std::string& text) { message = text; });
   Refusal() = default;
   Refusal(const Refusal&) = delete;
   Refusal& operator=(const Refusal&) = delete;

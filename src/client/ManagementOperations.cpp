@@ -33,7 +33,6 @@ class SecretText {
   Text value_;
 };
 
-
 enum class AnswerKind { kStatus, kCancelOrRefund };
 
 // What a management call posts, and what its completion needs.
@@ -44,6 +43,14 @@ struct SealedCall {
   const char* midField;  // "&mid=" (status) or "&MID=" (cancel, refund)
   AnswerKind answerKind;
 };
+
+// A status inquiry changes nothing at the gateway, so it may be sent again; a cancel or refund
+// goes out at most once.
+internal::PostOptions postOptions(AnswerKind kind) {
+  internal::PostOptions options;
+  options.atMostOnce = kind != AnswerKind::kStatus;
+  return options;
+}
 
 class FunctionDelegate final : public IPGResponseDelegate {
  public:
@@ -70,11 +77,12 @@ class FunctionDelegate final : public IPGResponseDelegate {
   std::function<void(const std::string&)> requestFailed_;
 };
 
-// Seals the message with `key` as the caller gave it, posts the form and has the answer,
-// opened with the same key, parsed and handed to `delegate`. The completion keeps the
-// client, the key and the delegate alive until it has run.
-void postSealed(const std::shared_ptr<QuandrelIPG>& client, const CommonUtilities* parsers,
-                SealedCall call, const Text& key,
+// Seals the message with `key` as the caller gave it, posts the form through the client's
+// `transport` as sendPostRequestWithURL does, and has the answer, opened with the same key,
+// parsed and handed to `delegate`. The completion keeps the client, the key and the delegate
+// alive until it has run.
+void postSealed(const std::shared_ptr<QuandrelIPG>& client, internal::Transport& transport,
+                const CommonUtilities* parsers, SealedCall call, const Text& key,
                 const std::shared_ptr<IPGResponseDelegate>& delegate) {
   const std::string envelope = encryptTextWithEncKey(call.plainMessage, key);
   internal::wipe(call.plainMessage);
@@ -82,18 +90,18 @@ void postSealed(const std::shared_ptr<QuandrelIPG>& client, const CommonUtilitie
       "merchantReqStrT=" + envelope + call.midField + call.mid.value_or("") + "&iosEnc=true";
   auto secret = std::make_shared<SecretText>(key);
   const AnswerKind kind = call.answerKind;
-  client->sendPostRequestWithURL(
-      call.url, body,
-      [client, parsers, kind, secret, delegate](const Text& answer,
-                                                const std::optional<TransportError>&) {
+  transport.post(
+      internal::formPostRequest(call.url, body),
+      [client, parsers, kind, secret, delegate](const internal::TransportReply& reply) {
         // The error is not examined: an absent answer opens to an absent text, which parses
         // to a record with statusCode "F".
-        const Text plain = decryptTextWithDecryptionKey(answer, secret->value());
+        const Text plain = decryptTextWithDecryptionKey(reply.answer, secret->value());
         const PaymentResponse response = kind == AnswerKind::kStatus
                                              ? parsers->getResponseFromString(plain)
                                              : parsers->getCancelOrRefundPaymentResponse(plain);
         if (delegate) delegate->didReceivePaymentResponse(response);
-      });
+      },
+      postOptions(kind));
 }
 
 void reportInputError(const std::shared_ptr<IPGResponseDelegate>& delegate,
@@ -135,7 +143,7 @@ void QuandrelIPG::getTransactionStatus(
 
   const StatusRequest built(orderID, transactionRefNumber,
                             CurrentDomainURL_ + "getTransactionStatus", mid, key);
-  postSealed(shared_from_this(), &commonUtilities_,
+  postSealed(shared_from_this(), *transport_, &commonUtilities_,
              {built.getRequestMessage(), built.mid(), built.url(), "&mid=", AnswerKind::kStatus},
              encryptionString, statusResponseDelegate);
 }
@@ -160,7 +168,7 @@ void QuandrelIPG::cancelTransaction(
     // Validation rejects every absent field a slot needs; kept for safety.
     return reportInputError(cancelResponseDelegate, absentField.what());
   }
-  postSealed(shared_from_this(), &commonUtilities_,
+  postSealed(shared_from_this(), *transport_, &commonUtilities_,
              {std::move(message), built.mid(), built.url(), "&MID=", AnswerKind::kCancelOrRefund},
              encryptionString, cancelResponseDelegate);
 }
@@ -184,7 +192,7 @@ void QuandrelIPG::refundTransaction(
   } catch (const std::invalid_argument& absentField) {
     return reportInputError(refundResponseDelegate, absentField.what());
   }
-  postSealed(shared_from_this(), &commonUtilities_,
+  postSealed(shared_from_this(), *transport_, &commonUtilities_,
              {std::move(message), built.mid(), built.url(), "&MID=", AnswerKind::kCancelOrRefund},
              encryptionString, refundResponseDelegate);
 }

@@ -1,8 +1,9 @@
 // The libcurl transport: requests and cancellations are handed through a mutex-guarded queue
 // to one background thread, which owns the multi handle's transfers and drives them with
 // curl_multi_poll. At most kMaxLiveTransfers have an easy handle at once; the others wait as
-// the request and its completion alone. Every reply goes to the completion pool, with the
-// completion itself, so that no host code runs (or is released) on the transfer thread. The
+// the request and its completion alone. A reply goes to the completion pool, with the
+// completion itself, so that no host code runs (or is released) on the transfer thread; only a
+// completion that asked for it (one that runs no host code) runs on the transfer thread. The
 // thread owns a shared_ptr to the state it works on.
 #include "client/Transport.h"
 
@@ -72,6 +73,7 @@ struct Pending {
   RequestId id = 0;
   URLRequest request;
   Completion completion;
+  PostOptions options;
 };
 
 // One request in flight. The easy handle is declared last so that it is cleaned up before
@@ -79,11 +81,13 @@ struct Pending {
 struct Transfer {
   RequestId id = 0;
   Completion completion;
+  PostOptions options;
   HeaderList headers;
   Bytes body;
   std::string answer;
   bool tooLarge = false;
-  bool requestSent = false;  // set once libcurl is about to send on a connection
+  bool requestSent = false;    // set once libcurl is about to send on a connection
+  bool resendRefused = false;  // libcurl wanted to send an atMostOnce request a second time
   char errorBuffer[CURL_ERROR_SIZE] = {};
   EasyHandle easy;
 };
@@ -152,8 +156,15 @@ std::size_t onAnswerBytes(char* data, std::size_t size, std::size_t count, void*
   return bytes;
 }
 
+// Called before every attempt to send the request, the retries libcurl makes on its own
+// included.
 int onRequestAboutToGo(void* user, char*, char*, int, int) {
-  static_cast<Transfer*>(user)->requestSent = true;
+  auto* transfer = static_cast<Transfer*>(user);
+  if (transfer->requestSent && transfer->options.atMostOnce) {
+    transfer->resendRefused = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
+  transfer->requestSent = true;
   return CURL_PREREQFUNC_OK;
 }
 
@@ -261,6 +272,18 @@ class TransferRunner {
  public:
   explicit TransferRunner(std::shared_ptr<State> state) : state_(std::move(state)) {}
 
+  // Runs `completion` here when it asked for the transfer thread, else on a completion thread.
+  void complete(Completion completion, const PostOptions& options, TransportReply reply) {
+    if (!options.completeOnTransferThread) {
+      return deliver(*state_->pool, std::move(completion), std::move(reply));
+    }
+    try {
+      if (completion) completion(reply);
+    } catch (...) {
+      // Swallowed, as on a completion thread.
+    }
+  }
+
   void run() {
     CURLM* multi = state_->multi.get();
     for (;;) {
@@ -299,8 +322,8 @@ class TransferRunner {
     try {
       waiting_.emplace(pending.id, std::move(pending));
     } catch (...) {
-      deliver(*state_->pool, std::move(pending.completion),
-              failure(TransportError::kOwnReason, "out of memory"));
+      complete(std::move(pending.completion), pending.options,
+               failure(TransportError::kOwnReason, "out of memory"));
     }
   }
 
@@ -316,10 +339,10 @@ class TransferRunner {
 
   void cancel(RequestId id) {
     if (auto queued = waiting_.find(id); queued != waiting_.end()) {
-      Completion completion = std::move(queued->second.completion);
+      Pending pending = std::move(queued->second);
       waiting_.erase(queued);
-      deliver(*state_->pool, std::move(completion),
-              failure(TransportError::kCancelled, kCancelledMessage));
+      complete(std::move(pending.completion), pending.options,
+               failure(TransportError::kCancelled, kCancelledMessage));
       return;
     }
     for (auto it = live_.begin(); it != live_.end(); ++it) {
@@ -328,8 +351,8 @@ class TransferRunner {
       live_.erase(it);
       // Removed before it is done, libcurl closes its connection.
       curl_multi_remove_handle(state_->multi.get(), transfer->easy.get());
-      deliver(*state_->pool, std::move(transfer->completion),
-              failure(TransportError::kCancelled, kCancelledMessage, transfer->requestSent));
+      complete(std::move(transfer->completion), transfer->options,
+               failure(TransportError::kCancelled, kCancelledMessage, transfer->requestSent));
       return;
     }
   }
@@ -338,10 +361,11 @@ class TransferRunner {
     auto transfer = std::make_unique<Transfer>();
     transfer->id = pending.id;
     transfer->completion = std::move(pending.completion);
+    transfer->options = pending.options;
     const URLRequest& request = pending.request;
     auto fail = [this, &transfer](const std::string& message) {
-      deliver(*state_->pool, std::move(transfer->completion),
-              failure(TransportError::kOwnReason, message));
+      complete(std::move(transfer->completion), transfer->options,
+               failure(TransportError::kOwnReason, message));
     };
     if (!request.url) return fail("no URL");
     if (!isToken(request.httpMethod)) return fail("malformed HTTP method");
@@ -441,6 +465,11 @@ class TransferRunner {
     curl_easy_getinfo(transfer.easy.get(), CURLINFO_RESPONSE_CODE, &reply.httpStatus);
     if (transfer.tooLarge) {
       reply.error = TransportError{TransportError::kOwnReason, "answer larger than 1 MiB", true};
+    } else if (transfer.resendRefused) {
+      reply.error = TransportError{TransportError::kOwnReason,
+                                   "the connection closed after the request was sent, before any "
+                                   "answer; the request was not sent again",
+                                   true};
     } else if (code != CURLE_OK) {
       std::string message = curl_easy_strerror(code);
       if (transfer.errorBuffer[0] != '\0') message += std::string(": ") + transfer.errorBuffer;
@@ -451,26 +480,25 @@ class TransferRunner {
     } else if (isValidUtf8(transfer.answer)) {
       reply.answer = std::move(transfer.answer);
     }
-    deliver(*state_->pool, std::move(transfer.completion), std::move(reply));
+    complete(std::move(transfer.completion), transfer.options, std::move(reply));
   }
 
   // Completes whatever is under way, waiting or queued with the shut-down error.
   void failEverything(std::deque<Pending> incoming) {
-    CompletionPool& pool = *state_->pool;
     for (auto& [easy, transfer] : live_) {
       curl_multi_remove_handle(state_->multi.get(), easy);
-      deliver(pool, std::move(transfer->completion),
-              failure(TransportError::kShutDown, kShutDownMessage, transfer->requestSent));
+      complete(std::move(transfer->completion), transfer->options,
+               failure(TransportError::kShutDown, kShutDownMessage, transfer->requestSent));
     }
     live_.clear();
     for (auto& [id, pending] : waiting_) {
-      deliver(pool, std::move(pending.completion),
-              failure(TransportError::kShutDown, kShutDownMessage));
+      complete(std::move(pending.completion), pending.options,
+               failure(TransportError::kShutDown, kShutDownMessage));
     }
     waiting_.clear();
     for (Pending& pending : incoming) {
-      deliver(pool, std::move(pending.completion),
-              failure(TransportError::kShutDown, kShutDownMessage));
+      complete(std::move(pending.completion), pending.options,
+               failure(TransportError::kShutDown, kShutDownMessage));
     }
   }
 
@@ -489,9 +517,9 @@ class CurlTransport final : public Transport {
   CurlTransport(const CurlTransport&) = delete;
   CurlTransport& operator=(const CurlTransport&) = delete;
 
-  RequestId post(URLRequest request, Completion completion) override {
+  RequestId post(URLRequest request, Completion completion, PostOptions options) override {
     std::unique_lock lock(state_->mutex);
-    Pending pending{++state_->lastId, std::move(request), std::move(completion)};
+    Pending pending{++state_->lastId, std::move(request), std::move(completion), options};
     const RequestId id = pending.id;
     TransportReply refusal = failure(TransportError::kShutDown, kShutDownMessage);
     if (!state_->stopping) {

@@ -1,7 +1,8 @@
 // The HTTP transport behind QuandrelIPG: one libcurl multi handle driven by one background
 // thread, a new easy handle per request, connections (and TLS sessions) reused between
 // requests of the same transport. Completions run on a small pool of completion threads of
-// the transport, never on the transfer thread and never on the caller's thread.
+// the transport (or, when they ask for it, on the transfer thread), never on the caller's
+// thread.
 //
 // Thread-safety: post(), cancel() and shutdown() may be called from any thread, also from a
 // completion.
@@ -30,6 +31,21 @@ struct TransportReply {
 
 using Completion = std::function<void(const TransportReply&)>;
 using RequestId = std::uint64_t;  // never 0
+
+// How a post goes out and where its completion runs.
+struct PostOptions {
+  // The request reaches the wire at most once. libcurl sends a request again on a new
+  // connection when a reused one dies before any answer came; such a request may already
+  // have been read (and carried out) by the server, so for a money-moving request the second
+  // attempt is refused before a byte of it is written, and the completion reports the first
+  // one's failure with requestSent. False for a request that is safe to repeat (a status
+  // inquiry).
+  bool atMostOnce = true;
+  // The completion runs on the transfer thread itself, as soon as the answer is in, instead of
+  // on a completion thread: for completions that run no host code, never block and are quick
+  // (fulfilling a promise). Such a completion may run before post() returns.
+  bool completeOnTransferThread = false;
+};
 
 // Whether `url`'s host is this machine: "localhost" or a name under it, 127.0.0.0/8, ::1 or
 // an IPv4-mapped 127.x address, as libcurl's URL parser reads the host. Requests to such a
@@ -62,15 +78,17 @@ class Transport {
   // GatewayConfig's requestTimeoutMs, where 0 or less means none. TLS peer and host
   // verification are always on.
   //
-  // `completion` runs exactly once, on a completion thread, never before post() returns:
+  // `completion` runs exactly once, on a completion thread, never before post() returns (or,
+  // with options.completeOnTransferThread, on the transfer thread, at any time):
   // - with the answer text and no error when an answer arrived, whatever its HTTP status; the
   //   text is absent when the answer is not valid UTF-8;
   // - with an absent text and an error when there is none: no URL, a malformed header, a
-  //   network, TLS or time-out failure, an answer larger than kMaxAnswerBytes (kOwnReason),
+  //   network, TLS or time-out failure, a second attempt refused for an atMostOnce request
+  //   (kOwnReason, requestSent), an answer larger than kMaxAnswerBytes (kOwnReason),
   //   shutdown() before the answer came (kShutDown, also for posts after shutdown()), or
   //   cancel() (kCancelled).
   // Exceptions thrown by a completion are swallowed. Returns the request's id.
-  virtual RequestId post(URLRequest request, Completion completion) = 0;
+  virtual RequestId post(URLRequest request, Completion completion, PostOptions options = {}) = 0;
 
   // Aborts the request when it is still queued or under way: the connection is closed (the
   // server sees it closed) and its completion runs once with error code kCancelled
