@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "Sandbox.h"
+#include "common/Url.h"
 #include "qipg/QuandrelIPG.h"
 
 namespace ipg {
@@ -123,29 +124,6 @@ bool merchantCredentials(const GatewayOptions& o, MerchantCredentials& c, std::s
   return true;
 }
 
-bool isLoopbackURL(const std::string& url) {
-  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
-  char* host = nullptr;
-  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
-      curl_url_get(parsed.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
-    return false;
-  }
-  const std::string name = host;
-  curl_free(host);
-  if (name == "localhost" || name == "[::1]") return true;
-  // 127.0.0.0/8 in dotted form only: libcurl has already normalised other IPv4 spellings.
-  if (name.rfind("127.", 0) != 0) return false;
-  int dots = 0;
-  for (char ch : name) {
-    if (ch == '.') {
-      ++dots;
-    } else if (ch < '0' || ch > '9') {
-      return false;
-    }
-  }
-  return dots == 3;
-}
-
 std::optional<Gateway> resolveGateway(const GatewayOptions& o, std::string& error) {
   Gateway g;
   const bool test = o.env != "production";
@@ -162,7 +140,7 @@ std::optional<Gateway> resolveGateway(const GatewayOptions& o, std::string& erro
   }
   if (!o.caFile.empty()) {
     g.config.caFile = o.caFile;
-  } else if (g.config.caFile.empty() && isLoopbackURL(base) && !dataDir.empty()) {
+  } else if (g.config.caFile.empty() && qipg::internal::hasLoopbackHost(base) && !dataDir.empty()) {
     std::error_code ignored;
     if (std::filesystem::is_regular_file(dataDir + "/ca.pem", ignored)) {
       g.config.caFile = dataDir + "/ca.pem";

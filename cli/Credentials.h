@@ -56,9 +56,6 @@ struct Gateway {
 // unusable.
 std::optional<Gateway> resolveGateway(const GatewayOptions& options, std::string& error);
 
-// True when `url` parses (libcurl's URL parser) with a loopback host: 127.0.0.0/8, ::1 or
-// localhost.
-bool isLoopbackURL(const std::string& url);
 
 // The contents of a regular file that only its owner (this user) may read or write; absent,
 // with a one-line reason naming `what` and the file, otherwise.

@@ -1,4 +1,5 @@
 #include "ScriptedPayment.h"
+#include "common/Url.h"
 
 #include <curl/curl.h>
 
@@ -138,7 +139,7 @@ std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& re
                                                       const CardDetails* card,
                                                       const qipg::GatewayConfig& config,
                                                       std::string& error) {
-  if (!request.url || !isLoopbackURL(*request.url)) {
+  if (!request.url || !qipg::internal::hasLoopbackHost(*request.url)) {
     error = "a payment without a window is for a test gateway on this machine only, not " +
             request.url.value_or("(no URL)");
     return std::nullopt;
@@ -179,7 +180,7 @@ std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& re
       return std::nullopt;
     }
     const std::string action = resolve(page->url, form->action);
-    if (!isLoopbackURL(action)) {
+    if (!qipg::internal::hasLoopbackHost(action)) {
       error = "the form posts to a host that is not on this machine: " + action;
       wipe(*body);
       return std::nullopt;

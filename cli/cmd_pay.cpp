@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Command.h"
+#include "common/Url.h"
 #include "Credentials.h"
 #include "Output.h"
 #include "Sandbox.h"
@@ -93,7 +94,7 @@ std::optional<Failure> readCard(const PayOptions& o, const Gateway& gateway,
         names += std::string(names.empty() ? "" : ", ") + c.name;
       return Failure{"no test card \"" + o.testCard + "\" (" + names + ")", kExitUsage};
     }
-    if (!isLoopbackURL(gateway.baseURL)) {
+    if (!qipg::internal::hasLoopbackHost(gateway.baseURL)) {
       return Failure{"test cards are for a sandbox on this machine, not " + gateway.baseURL,
                      kExitUsage};
     }

@@ -1,6 +1,6 @@
-// The transport's loopback test, which decides whether a request may bypass a proxy: any text
-// gives a verdict, and the verdict holds for the URL as libcurl writes it back, so the text
-// and what libcurl connects to never disagree.
+// The loopback rule, which decides whether a base URL may use plain http and a request may
+// bypass a proxy: any text gives a verdict, and the verdict holds for the URL as libcurl writes
+// it back, so the text and what libcurl connects to never disagree.
 #include <curl/curl.h>
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include <string>
 
 #include "FuzzedText.h"
-#include "client/Transport.h"
+#include "common/Url.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string url(reinterpret_cast<const char*>(data), size);

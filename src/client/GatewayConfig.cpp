@@ -28,43 +28,17 @@ struct CurlTextDeleter {
 };
 using CurlText = std::unique_ptr<char, CurlTextDeleter>;
 
-// A URL as it can stand in a one-line message: control characters become "?".
+// A URL as it can stand in a one-line message: control characters become "?", and a text
+// too long for a line is cut.
 std::string printable(std::string_view text) {
-  std::string out(text);
+  constexpr std::size_t kLongest = 200;
+  std::string out(text.substr(0, kLongest));
+  if (text.size() > kLongest) out += "...";
   for (char& c : out) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7F) c = '?';
   }
   return out;
-}
-
-// True for a dotted quad whose first part is 127: four decimal parts of at most three digits,
-// each at most 255, nothing else. "127.0.0.1.evil.com" is a host name, not an address.
-bool isIPv4Loopback(std::string_view host) {
-  int parts[4];
-  int count = 0;
-  std::size_t i = 0;
-  while (count < 4) {
-    std::size_t digits = 0;
-    int value = 0;
-    while (i < host.size() && host[i] >= '0' && host[i] <= '9' && digits < 4) {
-      value = value * 10 + (host[i] - '0');
-      ++i;
-      ++digits;
-    }
-    if (digits == 0 || digits > 3 || value > 255) return false;
-    parts[count++] = value;
-    if (count < 4) {
-      if (i >= host.size() || host[i] != '.') return false;
-      ++i;
-    }
-  }
-  return i == host.size() && parts[0] == 127;
-}
-
-// curl writes an IPv6 address in one spelling only, so "[::1]" is the loopback's.
-bool isLoopbackHost(std::string_view host) {
-  return host == "localhost" || host == "[::1]" || isIPv4Loopback(host);
 }
 
 std::string asciiLower(std::string text) {
@@ -126,7 +100,14 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   if (part(handle.get(), CURLUPART_QUERY)) return refuse(" must not have a query: " + shown);
   if (part(handle.get(), CURLUPART_FRAGMENT)) return refuse(" must not have a fragment: " + shown);
 
-  if (*scheme != "https" && !(*scheme == "http" && isLoopbackHost(asciiLower(*host)))) {
+  // Longer names are no DNS names; resolving them would only fail later and slower.
+  constexpr std::size_t kLongestHost = 253;
+  if (host->size() > kLongestHost) {
+    return refuse(" has a host name longer than " + std::to_string(kLongestHost) +
+                  " characters: " + shown);
+  }
+  if (part(handle.get(), CURLUPART_PORT) == "0") return refuse(" has port 0: " + shown);
+  if (*scheme != "https" && !(*scheme == "http" && internal::hasLoopbackHost(url))) {
     return refuse(" must use https (http is allowed only on a loopback host): " + shown);
   }
   if (url.back() != '/') {

@@ -7,7 +7,6 @@
 // thread owns a shared_ptr to the state it works on.
 #include "client/Transport.h"
 
-#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -23,6 +22,7 @@
 
 #include "client/CompletionPool.h"
 #include "common/Ascii.h"
+#include "common/Url.h"
 
 namespace qipg::internal {
 namespace {
@@ -57,11 +57,6 @@ struct ShareDeleter {
   void operator()(CURLSH* handle) const { curl_share_cleanup(handle); }
 };
 using ShareHandle = std::unique_ptr<CURLSH, ShareDeleter>;
-
-struct UrlDeleter {
-  void operator()(CURLU* handle) const { curl_url_cleanup(handle); }
-};
-using UrlHandle = std::unique_ptr<CURLU, UrlDeleter>;
 
 TransportReply failure(int code, std::string message, bool requestSent = false) {
   TransportReply reply;
@@ -169,32 +164,6 @@ int onRequestAboutToGo(void* user, char*, char*, int, int) {
 }
 
 }  // namespace
-
-bool hasLoopbackHost(const std::string& url) {
-  UrlHandle handle(curl_url());
-  char* raw = nullptr;
-  if (!handle || curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
-      curl_url_get(handle.get(), CURLUPART_HOST, &raw, 0) != CURLUE_OK) {
-    return false;
-  }
-  std::string host(raw);
-  curl_free(raw);
-  if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
-    host = host.substr(1, host.size() - 2);
-    in6_addr address{};
-    if (inet_pton(AF_INET6, host.c_str(), &address) != 1) return false;
-    return IN6_IS_ADDR_LOOPBACK(&address) ||
-           (IN6_IS_ADDR_V4MAPPED(&address) && address.s6_addr[12] == 127);
-  }
-  in_addr address{};
-  if (inet_aton(host.c_str(), &address) != 0) return (ntohl(address.s_addr) >> 24) == 127;
-  if (!host.empty() && host.back() == '.') host.pop_back();
-  constexpr std::string_view kLocal = "localhost";
-  const std::string_view name(host);
-  return equalsIgnoringAsciiCase(name, kLocal) ||
-         (name.size() > kLocal.size() &&
-          equalsIgnoringAsciiCase(name.substr(name.size() - kLocal.size() - 1), ".localhost"));
-}
 
 URLRequest formPostRequest(const Text& url, const std::string& body) {
   URLRequest request;

@@ -47,11 +47,6 @@ struct PostOptions {
   bool completeOnTransferThread = false;
 };
 
-// Whether `url`'s host is this machine: "localhost" or a name under it, 127.0.0.0/8, ::1 or
-// an IPv4-mapped 127.x address, as libcurl's URL parser reads the host. Requests to such a
-// host never go through a proxy. False for anything that does not parse.
-bool hasLoopbackHost(const std::string& url);
-
 // The gateway's management post: `body` as a form to `url`, with GatewayConfig's time-outs and
 // no cache.
 URLRequest formPostRequest(const Text& url, const std::string& body);

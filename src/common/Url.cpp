@@ -1,5 +1,6 @@
 #include "common/Url.h"
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -63,6 +64,19 @@ std::string hostOf(const std::string& url) {
   if (out.size() > 1 && out.front() == '[' && out.back() == ']')
     out = out.substr(1, out.size() - 2);
   return out;
+}
+
+bool hasLoopbackHost(const std::string& url) {
+  if (url.find('\0') != std::string::npos) return false;
+  const std::string host = hostOf(url);
+  if (host == "localhost") return true;
+  in6_addr v6{};
+  if (inet_pton(AF_INET6, host.c_str(), &v6) == 1) {
+    return IN6_IS_ADDR_LOOPBACK(&v6) || (IN6_IS_ADDR_V4MAPPED(&v6) && v6.s6_addr[12] == 127);
+  }
+  // libcurl writes a numeric IPv4 host as a dotted quad, whatever the spelling it was given.
+  in_addr v4{};
+  return inet_pton(AF_INET, host.c_str(), &v4) == 1 && (ntohl(v4.s_addr) >> 24) == 127;
 }
 
 }  // namespace qipg::internal

@@ -125,6 +125,11 @@ TEST(GatewayConfigProblem, BaseURLRules) {
       {"https://ipg.example:0443/", readsAs("https://ipg.example/", "https://ipg.example:0443/")},
       {"http://127.1/", readsAs("http://127.0.0.1/", "http://127.1/")},
       {"http://[0:0:0:0:0:0:0:1]/", readsAs("http://[::1]/", "http://[0:0:0:0:0:0:0:1]/")},
+      {"https://ipg.example:0/", "test base URL has port 0: https://ipg.example:0/"},
+      {"http://127.0.0.1:00/ipg/", "test base URL has port 0: http://127.0.0.1:00/ipg/"},
+      {"https://" + std::string(254, 'a') + "/",
+       "test base URL has a host name longer than 253 characters: https://" +
+           std::string(192, 'a') + "..."},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.url);

@@ -254,7 +254,7 @@ TEST_F(TransportTest, LoopbackHostsNeverGoThroughAProxy) {
   };
   const std::vector<Row> rows = {
       {"http://127.0.0.1:" + port + "/ipg/x", "direct"},
-      {"http://localhost:" + port + "/ipg/x", "direct"},
+      {"http://LocalHost:" + port + "/ipg/x", "direct"},
       {"http://127.1:" + port + "/ipg/x", "direct"},
       // Any other host is left to the proxy the environment names.
       {"http://gateway.invalid/ipg/x", "proxied"},
