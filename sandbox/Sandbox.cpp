@@ -20,6 +20,7 @@
 #include <thread>
 
 #include "Certificates.h"
+#include "Connections.h"
 #include "Gateway.h"
 #include "GatewayCrypto.h"
 #include "Pages.h"
@@ -35,10 +36,8 @@ namespace {
 
 constexpr std::size_t kEndpointCount = 6;
 constexpr std::size_t kHugeAnswerBytes = 5u * 1024 * 1024;
-// Workers serving connections. Each connection holds one while it is open, so this many idle
-// or slow peers are needed to keep a request waiting (each is let go by the read time-out, or
-// when it goes quiet for that long).
-constexpr std::size_t kWorkers = 64;
+// How long a peer may take to send a whole request, TLS handshake included.
+constexpr std::chrono::milliseconds kRequestReadLimit{5000};
 constexpr char kWrongKey[] = "sandboxNotTheMerchantsKey0000000";
 
 // Creates `path` and its missing parents; the directories it creates are owner-only.
@@ -93,6 +92,8 @@ struct Sandbox::Impl {
   internal::CertificateFiles certificates;
   std::unique_ptr<internal::Store> store;
   std::unique_ptr<Gateway> gateway;
+  // Declared before the server, so that it outlives every connection.
+  internal::ReadDeadlines deadlines{kRequestReadLimit};
   std::unique_ptr<httplib::SSLServer> server;
   std::thread thread;
   std::atomic<bool> listenerEnded{false};
@@ -179,6 +180,7 @@ struct Sandbox::Impl {
     server->Post(
         std::string(internal::kBasePath) + name,
         [this, endpoint, handler](const httplib::Request& req, httplib::Response& res) {
+          deadlines.requestRead();
           const Fault f = fault(endpoint);
           if (f == Fault::kHang && !hold(endpoint, res)) return;
           if (f == Fault::kDelay &&
@@ -204,6 +206,7 @@ struct Sandbox::Impl {
   // POST /sandbox/fault, form fields endpoint and kind: sets a fault from outside the process.
   void adminRoute() {
     server->Post("/sandbox/fault", [this](const httplib::Request& req, httplib::Response& res) {
+      deadlines.requestRead();
       const std::string token = req.get_header_value("X-Sandbox-Token");
       if (!isLoopbackPeer(req.remote_addr) || token.size() != adminToken.size() ||
           CRYPTO_memcmp(token.data(), adminToken.data(), token.size()) != 0) {
@@ -273,12 +276,12 @@ struct Sandbox::Impl {
           res.status = 500;
           res.set_content("internal error\n", "text/plain; charset=utf-8");
         });
-    if (options.log) {
-      server->set_logger(
-          [log = options.log](const httplib::Request& req, const httplib::Response& res) {
-            log(req.method + " " + req.path + " " + std::to_string(res.status));
-          });
-    }
+    // Called once an answer is out: the connection's next request is due within the limit.
+    server->set_logger(
+        [this, log = options.log](const httplib::Request& req, const httplib::Response& res) {
+          deadlines.answered();
+          if (log) log(req.method + " " + req.path + " " + std::to_string(res.status));
+        });
   }
 };
 
@@ -339,15 +342,18 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   impl->server->set_read_timeout(3, 0);
   impl->server->set_write_timeout(5, 0);
   impl->server->set_payload_max_length(1u << 20);
-  impl->server->new_task_queue = [] { return new httplib::ThreadPool(kWorkers); };
+  impl->server->new_task_queue = [] { return new internal::ConnectionPool(); };
+  impl->deadlines.watch(impl->server->ssl_context());
   // Answers go out in more than one write; without this, Nagle's algorithm holds the last
   // one back for a delayed ACK (tens of milliseconds per call).
   impl->server->set_tcp_nodelay(true);
   // SO_REUSEADDR only: httplib's default adds SO_REUSEPORT, which would let a second sandbox
   // share a port that is taken instead of failing.
-  impl->server->set_socket_options([](socket_t sock) {
+  int listening = -1;
+  impl->server->set_socket_options([&listening](socket_t sock) {
     const int yes = 1;
     ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    listening = sock;
   });
 
   if (options.port == 0) {
@@ -358,6 +364,9 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   if (impl->port <= 0) {
     return fail("cannot listen on " + options.host + ":" + std::to_string(options.port));
   }
+  // httplib listens with a backlog of 5, too short for a burst of connections: the kernel
+  // drops the SYNs beyond it and the peers wait a second or more to try again.
+  ::listen(listening, SOMAXCONN);
   const bool ipv6 = options.host.find(':') != std::string::npos;
   impl->baseURL = "https://" + (ipv6 ? "[" + options.host + "]" : options.host) + ":" +
                   std::to_string(impl->port) + internal::kBasePath;
