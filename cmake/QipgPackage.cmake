@@ -7,21 +7,26 @@
 #     imported target QuandrelIPG::<target>;
 #   - Debian packages lib<target><SOVERSION> and lib<target>-dev.
 # Options: SUMMARY is the one-line description of its packages; HEADERS names the files of
-# include/qipg/ that belong to this component (the rest belong to "core");
-# PC_REQUIRES_PRIVATE lists the pkg-config modules it links privately; DEB_DEV_DEPENDS the
-# Debian development packages its pkg-config file needs. A new library (say the Qt window) is
+# include/qipg/ that belong to this component (the rest belong to "core"); DEB_DEV_DEPENDS the
+# Debian development packages its -dev package depends on. A new library (say the Qt window) is
 #   qipg_package_library(qt qipg-qt SUMMARY "..." HEADERS QtPaymentWindow.h
-#     PC_REQUIRES_PRIVATE "Qt6Widgets Qt6WebEngineWidgets" DEB_DEV_DEPENDS qt6-webengine-dev)
+#     DEB_DEV_DEPENDS qt6-webengine-dev)
 # beside the others in CMakeLists.txt, plus its cmake/qipg-qt.pc.in (copy cmake/qipg-gtk.pc.in).
 # qipg_package_program(<target>) installs a program into the "tools" component (qipg-tools).
+# qipg_package_docs(<file>... EXAMPLES <dir>) installs the merchant's guides and the example
+# programs into the documentation directory, in the "tools" component too.
 # qipg_package_finish() writes the package configuration and sets up CPack; call it last.
 
 set(QIPG_CMAKE_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/QuandrelIPG)
 set(QIPG_PKGCONFIG_INSTALL_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-# pkg-config files find the prefix from where they stand, so a tree can be moved.
+# pkg-config files find the prefix from where they stand, so a tree can be moved. Installed
+# into /usr (the Debian packages) they name it instead: pkg-config leaves out -I/usr/include
+# and -L/usr/lib only when it can see that they are the system's, and an -I of a system
+# directory breaks the compiler's own #include_next chain.
 file(RELATIVE_PATH QIPG_PC_PREFIX_FROM_PCDIR
   /prefix/${QIPG_PKGCONFIG_INSTALL_DIR} /prefix)
-set(QIPG_PC_PREFIX "\${pcfiledir}/${QIPG_PC_PREFIX_FROM_PCDIR}")
+string(REGEX REPLACE "/$" "" QIPG_PC_PREFIX_FROM_PCDIR "${QIPG_PC_PREFIX_FROM_PCDIR}")
+set(QIPG_PC_RELOCATABLE_PREFIX "\${pcfiledir}/${QIPG_PC_PREFIX_FROM_PCDIR}")
 
 # Installed programs look for the libraries beside them in ../lib; the libraries find each
 # other in their own directory.
@@ -32,7 +37,7 @@ function(qipg_package_library component target)
   if(NOT TARGET ${target})
     return()
   endif()
-  cmake_parse_arguments(ARG "" "PC_REQUIRES_PRIVATE;SUMMARY" "HEADERS;DEB_DEV_DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "SUMMARY" "HEADERS;DEB_DEV_DEPENDS" ${ARGN})
   target_compile_features(${target} PUBLIC cxx_std_20)
   if(NOT component STREQUAL "core")
     set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN")  # finds libqipg
@@ -44,11 +49,21 @@ function(qipg_package_library component target)
     FILE QuandrelIPG-${component}-targets.cmake
     DESTINATION ${QIPG_CMAKE_INSTALL_DIR} COMPONENT ${component}-dev)
 
-  set(QIPG_PC_REQUIRES_PRIVATE "${ARG_PC_REQUIRES_PRIVATE}")
+  # The library is shared only and its headers need no other package's: the .pc files name no
+  # other module, so their flags bring no other package's include directories.
+  set(QIPG_PC_PREFIX "${QIPG_PC_RELOCATABLE_PREFIX}")
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${target}.pc.in
     ${PROJECT_BINARY_DIR}/pkgconfig/${target}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/pkgconfig/${target}.pc
-    DESTINATION ${QIPG_PKGCONFIG_INSTALL_DIR} COMPONENT ${component}-dev)
+  set(QIPG_PC_PREFIX /usr)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${target}.pc.in
+    ${PROJECT_BINARY_DIR}/pkgconfig/usr/${target}.pc @ONLY)
+  install(CODE "
+    set(pc \"${PROJECT_BINARY_DIR}/pkgconfig/${target}.pc\")
+    if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
+      set(pc \"${PROJECT_BINARY_DIR}/pkgconfig/usr/${target}.pc\")
+    endif()
+    file(INSTALL DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${QIPG_PKGCONFIG_INSTALL_DIR}\"
+      TYPE FILE FILES \"\${pc}\")" COMPONENT ${component}-dev)
 
   foreach(header ${ARG_HEADERS})
     install(FILES ${PROJECT_SOURCE_DIR}/include/qipg/${header}
@@ -70,6 +85,16 @@ function(qipg_package_program target)
   endif()
   set_target_properties(${target} PROPERTIES INSTALL_RPATH "$ORIGIN/${QIPG_LIB_FROM_BIN}")
   install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+endfunction()
+
+# The guides and examples go with the tools, whose help points at them: one directory,
+# share/doc/QuandrelIPG, in an install tree and in the Debian package alike.
+function(qipg_package_docs)
+  cmake_parse_arguments(ARG "" "EXAMPLES" "" ${ARGN})
+  list(TRANSFORM ARG_UNPARSED_ARGUMENTS PREPEND ${PROJECT_SOURCE_DIR}/)
+  install(FILES ${ARG_UNPARSED_ARGUMENTS} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT tools)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${ARG_EXAMPLES}/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
+    COMPONENT tools FILES_MATCHING PATTERN "*.cpp")
 endfunction()
 
 function(qipg_package_finish)

@@ -181,7 +181,8 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
       "Runs the Quandrel IPG sandbox gateway on https://127.0.0.1:PORT/ipg/ in the foreground\n"
       "until interrupted (Ctrl-C or SIGTERM). No real money moves. It always knows the test\n"
       "merchant QIPGTEST0001 (key in docs/SANDBOX.md) and prints its base URL and the CA file\n"
-      "that clients must trust.\n");
+      "that clients must trust.\n"
+      "Guides (SANDBOX.md) and examples: share/doc/QuandrelIPG/ of the install prefix.\n");
   app.add_option("--port", s->options.port,
                  "port to listen on (default 4431; an error when taken; 0: any free port)")
       ->check(CLI::Range(0, 65535));

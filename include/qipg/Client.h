@@ -50,10 +50,10 @@ class QIPG_EXPORT Client {
   /// the client's completion threads; never on the caller's thread.
   using Callback = std::function<void(Result<PaymentResponse>)>;
 
-  /// Makes a client. Errors: Config when the gateway configuration has a problem (its
-  /// GatewayConfig::problem() text), when no merchant ID is given and Info.plist has none, or
-  /// when the transport cannot start. Like QuandrelIPG::create it stores the gateway's envelope
-  /// IV for the process.
+  /// Makes a client. The only possible error is Config: the gateway configuration has a problem
+  /// (its GatewayConfig::problem() text), no merchant ID is given and Info.plist has none, no
+  /// merchant key is given, or the transport cannot start. Like QuandrelIPG::create it stores
+  /// the gateway's envelope IV for the process.
   static Result<std::shared_ptr<Client>> create(ClientOptions options);
 
   ~Client();
@@ -61,18 +61,37 @@ class QIPG_EXPORT Client {
   Client& operator=(const Client&) = delete;
 
   /// The state of an earlier payment (nothing changes at the gateway).
+  ///
+  /// Errors, all with Error::outcomeUnknown false since an inquiry changes nothing:
+  /// - Input: the order ID or reference number was refused; nothing was sent.
+  /// - Config: the request could not be sealed with the merchant key; nothing was sent.
+  /// - Network, Timeout, Tls: no answer came (refused or lost connection, unknown host, no answer
+  ///   in time, an untrusted certificate or a failed handshake).
+  /// - Http: the gateway answered with a status other than 200 (Error::httpStatus).
+  /// - Unreadable: the answer did not open with the merchant key or is not a record.
+  /// - Cancelled: `stop` was stopped, before sending or during the transfer.
+  /// - ShutDown: the client was shut down before the call or before its answer.
   std::future<Result<PaymentResponse>> status(const TransactionQuery& query,
                                               std::stop_token stop = {});
   /// status() with a callback instead of a future.
   void status(const TransactionQuery& query, Callback callback, std::stop_token stop = {});
 
   /// Cancels a pre-authorisation that was not captured.
+  ///
+  /// Errors: the same kinds as status(). Error::outcomeUnknown is true, and the message says to
+  /// confirm with a status inquiry before retrying, when the request may have reached the
+  /// gateway: Network, Timeout, Tls, Cancelled or ShutDown once the request was sent, and every
+  /// Http and Unreadable error.
   std::future<Result<PaymentResponse>> cancel(const TransactionQuery& query,
                                               std::stop_token stop = {});
   /// cancel() with a callback instead of a future.
   void cancel(const TransactionQuery& query, Callback callback, std::stop_token stop = {});
 
   /// Gives back part or all of a captured payment.
+  ///
+  /// Errors: the same kinds as cancel(), with outcomeUnknown set the same way; Input also when
+  /// the amount is not greater than zero or has more than two decimals. A refund whose outcome
+  /// is unknown may already have been applied: retried blindly, it may be applied twice.
   std::future<Result<PaymentResponse>> refund(const RefundQuery& query, std::stop_token stop = {});
   /// refund() with a callback instead of a future.
   void refund(const RefundQuery& query, Callback callback, std::stop_token stop = {});
