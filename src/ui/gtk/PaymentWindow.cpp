@@ -15,7 +15,7 @@
 #include "ui/window/Files.h"
 #include "ui/window/Session.h"
 #include "ui/window/TlsTrust.h"
-#include "ui/window/Url.h"
+#include "common/Url.h"
 
 namespace qipg {
 
