@@ -47,9 +47,10 @@ class QIPG_EXPORT Client {
   using Callback = std::function<void(Result<PaymentResponse>)>;
 
   /// Makes a client. Errors: Config when the gateway configuration has a problem (its
-  /// GatewayConfig::problem() text), when no merchant ID is given and Info.plist has none, or
-  /// when the transport cannot start. Like QuandrelIPG::create it stores the gateway's envelope
-  /// IV for the process.
+  /// GatewayConfig::problem() text), when the selected gateway's base URL is still the built-in
+  /// placeholder, when no merchant ID is given and Info.plist has none, when the merchant key
+  /// is missing or not 32 letters and digits, or when the transport cannot start. Like
+  /// QuandrelIPG::create it stores the gateway's envelope IV for the process.
   static Result<std::shared_ptr<Client>> create(ClientOptions options);
 
   ~Client();
