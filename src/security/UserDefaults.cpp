@@ -585,8 +585,7 @@ bool UserDefaults::fileHolds(std::string_view key) {
   if (!entry.persisted) return false;
   // Read back: another process may have written its own value since.
   std::optional<std::string> inFile;
-  const int rc =
-      withConnection(at, [&](Connection& c) { return c.read(key, inFile, false); });
+  const int rc = withConnection(at, [&](Connection& c) { return c.read(key, inFile, false); });
   return rc == SQLITE_OK && inFile == entry.value;
 }
 

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <utility>
 
-
 namespace qipg::internal {
 namespace {
 

@@ -9,8 +9,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <fstream>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -59,9 +59,10 @@ std::string upperScheme(std::string url) {
 class RedirectingGateway {
  public:
   explicit RedirectingGateway(const std::string& location) {
-    server_.Post("/ipg/doMEPayRequest", [location](const httplib::Request&, httplib::Response& res) {
-      res.set_redirect(location, 303);
-    });
+    server_.Post("/ipg/doMEPayRequest",
+                 [location](const httplib::Request&, httplib::Response& res) {
+                   res.set_redirect(location, 303);
+                 });
     server_.Get("/ipg/paymentInvoice", [](const httplib::Request&, httplib::Response& res) {
       res.set_content(
           "<p>Paid</p><div id=\"responseString\" style=\"display: none;\">ORD42|TXN9|RRN1|S|"
@@ -98,8 +99,7 @@ struct FinalPages {
 // One payment window and what it did, in order.
 struct Flow {
   Flow(const sandbox::Sandbox& gateway, bool cardCapture, const std::string& cardNumber,
-       const FinalPages& finalPages,
-       const std::function<void(PaymentWindowOptions&)>& adjust = {})
+       const FinalPages& finalPages, const std::function<void(PaymentWindowOptions&)>& adjust = {})
       : Flow(gateway.baseURL(), gateway.caFile(), cardCapture, cardNumber, finalPages, adjust) {}
 
   Flow(const std::string& baseURL, const std::string& caFile, bool cardCapture,

@@ -221,9 +221,9 @@ TEST_F(PaymentTest, ReturnAddressIsTheFinalPageOfAControllerWithTheSameConfig) {
     const std::vector<std::string> slots = openBody(*request);
     ASSERT_EQ(slots.size(), 20u);
     EXPECT_EQ(slots[9], address);
-    EXPECT_EQ(environment == 1 ? controller->testFinalPageURL()
-                               : controller->productionFinalPageURL(),
-              address);
+    EXPECT_EQ(
+        environment == 1 ? controller->testFinalPageURL() : controller->productionFinalPageURL(),
+        address);
   }
 }
 
