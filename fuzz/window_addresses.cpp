@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "FuzzedText.h"
+#include "common/Url.h"
 #include "ui/window/TlsTrust.h"
-#include "ui/window/Url.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedDataProvider in(data, size);

@@ -51,9 +51,10 @@ class QIPG_EXPORT Client {
   using Callback = std::function<void(Result<PaymentResponse>)>;
 
   /// Makes a client. The only possible error is Config: the gateway configuration has a problem
-  /// (its GatewayConfig::problem() text), no merchant ID is given and Info.plist has none, no
-  /// merchant key is given, or the transport cannot start. Like QuandrelIPG::create it stores
-  /// the gateway's envelope IV for the process.
+  /// (its GatewayConfig::problem() text), the selected gateway's base URL is still the built-in
+  /// placeholder, no merchant ID is given and Info.plist has none, the merchant key is missing
+  /// or not 32 letters and digits, or the transport cannot start. Like QuandrelIPG::create it
+  /// stores the gateway's envelope IV for the process.
   static Result<std::shared_ptr<Client>> create(ClientOptions options);
 
   ~Client();

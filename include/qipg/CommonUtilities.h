@@ -53,12 +53,17 @@ class QIPG_EXPORT CommonUtilities {
   /// @{
 
   /// Stores `value` under `key`, durably, replacing what was there (an absent `value` removes
-  /// it; an absent `key` does nothing). A failing store (locked for too long, unwritable)
-  /// keeps nothing and reports nothing. Any text may be stored under any key, "" included.
+  /// it; an absent `key` does nothing). The value is kept in this process's memory, and this
+  /// process reads it from there from then on, whatever the defaults file holds. When the file
+  /// cannot take it (locked by another process for more than 3 s, unwritable), nothing is
+  /// reported: the value is kept in memory only, and written to the file again at the next
+  /// store or read until it is there (QuandrelIPG::ivPersisted tells whether the file holds
+  /// it). Any text may be stored under any key, "" included.
   static void SetRandomIV(const Text& value, const Text& key);
 
-  /// The text stored under `key`; absent for an empty or absent key, when nothing is stored,
-  /// or when the store cannot be read.
+  /// The text this process last stored under `key` (from memory); for a key it never stored,
+  /// the text in the defaults file. Absent for an empty or absent key, when nothing is stored,
+  /// or when the file cannot be read.
   static Text getRandomIVforKey(const Text& key);
   /// @}
 };

@@ -22,10 +22,10 @@
 /// the customer's first sight of it is the gateway's page, never that blank intermediate one.
 /// Requests with another method are loaded as they are, with their headers.
 ///
-/// Final page. The web view's address and the gateway's base URLs are compared in canonical
-/// form (see PaymentWindowOptions::gateway), with the client's base URLs when the options name
-/// the client. With `reconcile` set, a cancelled or unreadable payment is then confirmed with
-/// the gateway (see PaymentReconciliation).
+/// Final page. The address the web view reports, unaltered, is compared as a whole text with
+/// the return address built from the canonical base URLs (see PaymentWindowOptions::gateway),
+/// the client's when the options name the client. With `reconcile` set, a cancelled or unreadable
+/// payment is then confirmed with the gateway (see PaymentReconciliation).
 ///
 /// Loads. Every start, finish and failure of a main-frame load is passed to the controller in
 /// order, one finish or failure per start. A failed load keeps the page that was shown (WebKit's

@@ -63,8 +63,9 @@ struct QIPG_EXPORT PaymentWindowOptions {
   std::shared_ptr<QuandrelIPG> client;
 
   /// Without a client: where the final page is (the two base URLs + "paymentInvoice").
-  /// Compared in canonical form (scheme and host in lower case, default port dropped), so
-  /// "HTTPS://Host:443/ipg/" finds the page the web view reports as "https://host/ipg/...".
+  /// Each base URL is taken in canonical form (scheme and host in lower case, default port
+  /// dropped), as the client takes it, so "HTTPS://Host:443/ipg/" finds the page the web view
+  /// reports as "https://host/ipg/paymentInvoice" (and not ".../paymentInvoice?").
   GatewayConfig gateway = GatewayConfig::fromEnvironment();
 
   /// A PEM file of certificate authorities trusted for `trustedHost` only (a host name or an

@@ -75,12 +75,16 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   /// The configuration the client was created with, base URLs in canonical form.
   const GatewayConfig& config() const { return config_; }
 
-  /// Whether the envelope IV in force reached the defaults file. The IV a process stored is
-  /// held in its memory and read from there, whatever the file does, so calls work either way;
-  /// this only tells whether it was also written to the file.
-  /// @return false when the IV this process stored last is held in memory only (the defaults
-  ///   file is a directory, in an unwritable place, read-only, or kept locked by another
-  ///   process); true once it is in the file.
+  /// Whether the defaults file holds, now, the envelope IV this process stored last: the file
+  /// is read back. The IV a process stored is held in its memory and read from there,
+  /// whatever the file does, so this process's calls work either way; this tells what the
+  /// next run of the program finds in the file. An IV that has not reached the file yet is
+  /// tried there again first (without waiting for another process's lock); reading it back
+  /// waits up to 3 s for such a lock.
+  /// @return true when the file holds this process's IV; false when it could not be written
+  ///   there (the defaults file is a directory, in an unwritable place, read-only, or kept
+  ///   locked by another process) or cannot be read, and when another process has stored its
+  ///   own IV there since.
   bool ivPersisted() const;
 
   /// The MID in force for the current (or last) call.

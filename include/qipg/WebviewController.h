@@ -6,10 +6,14 @@
 /// getCardCapturePaymentRequest, sets it as `request`, sets a delegate, attaches the views
 /// (a web view, the bar view and its title label) and presents the controller. The controller
 /// loads the request, shows a thin progress line along the bar's bottom edge while pages load,
-/// watches every finished load for the gateway's final page (test or production base URL +
-/// "paymentInvoice", compared as whole texts), reads the result out of that page's hidden
-/// element, dismisses itself and then tells the delegate didTransactionComplete. The Cancel
-/// button dismisses and then tells the delegate didTransactionCancelledByUser.
+/// watches every finished load for the gateway's final page, reads the result out of that
+/// page's hidden element, dismisses itself and then tells the delegate didTransactionComplete.
+/// The Cancel button dismisses and then tells the delegate didTransactionCancelledByUser.
+///
+/// The final page is the return address that the client writes into the payment message: the
+/// test or production base URL in its canonical form + "paymentInvoice". The address the web
+/// view reports is compared with it unaltered, as a whole text: an added "?", "#" or "/", or
+/// another letter case, makes a page that is not final.
 ///
 /// The controller holds no toolkit code: the views, the timer scheduler and the presenter come
 /// in through the ports of <qipg/PaymentPagePorts.h>. On Linux, <qipg/PaymentWindow.h>
@@ -40,7 +44,8 @@ namespace qipg {
 
 class QIPG_EXPORT WebviewController : public std::enable_shared_from_this<WebviewController> {
  public:
-  /// A controller that recognises the final page under `config`'s two base URLs.
+  /// A controller that recognises the final page under `config`'s two base URLs, each taken in
+  /// its canonical form (GatewayConfig::canonicalBaseURL), as QuandrelIPG::create does.
   static std::shared_ptr<WebviewController> create(
       GatewayConfig config = GatewayConfig::fromEnvironment());
 
@@ -133,7 +138,9 @@ class QIPG_EXPORT WebviewController : public std::enable_shared_from_this<Webvie
   /// @}
 
   /// @{
-  /// The two final-page addresses tried at every finished load, in this order.
+  /// The two final-page addresses tried at every finished load, in this order: each canonical
+  /// base URL + "paymentInvoice", e.g. "https://test.example.com/ipg/paymentInvoice" for
+  /// "HTTPS://Test.Example.COM:443/ipg/".
   const std::string& testFinalPageURL() const { return testFinalPageURL_; }
   const std::string& productionFinalPageURL() const { return productionFinalPageURL_; }
   /// @}

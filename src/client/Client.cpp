@@ -222,6 +222,10 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
   } wipeGivenKey{options.encryptionKey};
   try {
     if (Text problem = options.gateway.problem()) return makeError(ErrorKind::Config, *problem);
+    if (auto problem = internal::placeholderProblem(options.gateway,
+                                                    options.environment == Environment::Test)) {
+      return makeError(ErrorKind::Config, *problem);
+    }
     auto impl = std::make_shared<Impl>();
     impl->ipg = QuandrelIPG::create(
         options.environment == Environment::Test ? IPGEnvironmentTest : IPGEnvironmentProduction,
@@ -249,6 +253,9 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
     }
     if (!internal::isFilled(impl->key)) {
       return makeError(ErrorKind::Config, "no merchant key was given");
+    }
+    if (auto problem = internal::merchantKeyProblem(*impl->key)) {
+      return makeError(ErrorKind::Config, *problem);
     }
     return std::shared_ptr<Client>(new Client(std::move(impl)));
   } catch (const std::exception& failure) {

@@ -1,10 +1,14 @@
-// The checks qipg::Client adds after the interface's own validation: each returns the message
-// of the problem it finds, or nothing. Pure functions of their arguments; thread-safe.
+// The checks qipg::Client adds to the interface's own validation: each returns the message of
+// the problem it finds, or nothing. A field's refusal is worded as the request validators word
+// it, followed by the rule that failed ("Invalid Transaction Amount Input: must be greater than
+// zero"). Pure functions of their arguments; thread-safe.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include "qipg/GatewayConfig.h"
 
 namespace qipg::internal {
 
@@ -20,5 +24,12 @@ std::optional<std::string> expiryProblem(std::string_view expiry, int currentYea
 
 // 3 or 4 digits.
 std::optional<std::string> cvvProblem(std::string_view cvv);
+
+// 32 ASCII letters and digits: what every request validator takes. Never quotes the key.
+std::optional<std::string> merchantKeyProblem(std::string_view key);
+
+// The selected gateway's base URL (`test`: the test one) is still the built-in placeholder,
+// which names no real gateway: what to set instead.
+std::optional<std::string> placeholderProblem(const GatewayConfig& config, bool test);
 
 }  // namespace qipg::internal

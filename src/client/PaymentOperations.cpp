@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "common/Url.h"
 #include "qipg/IPGCardCaptureRequest.h"
 #include "qipg/IPGStandardRequest.h"
 #include "qipg/QuandrelIPG.h"
@@ -12,7 +13,6 @@ namespace qipg {
 namespace {
 
 using internal::kSuccess;
-constexpr const char* kResponsePage = "paymentInvoice";
 
 // The request type codes the builders expect. The standard payment passes "NULL" on for an
 // unknown type (its validator accepts it and its builder refuses it); card capture maps
@@ -74,7 +74,7 @@ std::optional<URLRequest> QuandrelIPG::getStandardPaymentRequest(
   internal::WipeOnExit wiper(credentials.second);
   const Text& resolvedMID = credentials.first;
   const Text& resolvedKey = credentials.second;
-  const std::string responseURL = CurrentDomainURL_ + kResponsePage;
+  const std::string responseURL = internal::returnURL(CurrentDomainURL_);
 
   IPGStandardRequest builder(resolvedMID, orderID, transactionAmount, transactionCurrency, "",
                              typeCode, "", "", "", responseURL, "", "", resolvedKey,
@@ -116,7 +116,7 @@ std::optional<URLRequest> QuandrelIPG::getCardCapturePaymentRequest(
   internal::WipeOnExit wiper(credentials.second);
   const Text& resolvedMID = credentials.first;
   const Text& resolvedKey = credentials.second;
-  const std::string responseURL = CurrentDomainURL_ + kResponsePage;
+  const std::string responseURL = internal::returnURL(CurrentDomainURL_);
 
   IPGCardCaptureRequest builder(
       resolvedMID, orderID, transactionAmount, transactionCurrency, transactionDescription,

@@ -62,7 +62,7 @@ QuandrelIPG::~QuandrelIPG() {
 }
 
 bool QuandrelIPG::ivPersisted() const {
-  return !internal::UserDefaults::standard().heldInMemoryOnly(kIVKey);
+  return internal::UserDefaults::standard().fileHolds(kIVKey);
 }
 
 Text QuandrelIPG::merchantIDString() const {

@@ -55,6 +55,10 @@ std::string canonicalURL(const std::string& url) {
   return canonicalOnce(canonicalOnce(url));
 }
 
+std::string returnURL(const std::string& baseURL) {
+  return canonicalURL(baseURL) + "paymentInvoice";
+}
+
 std::string hostOf(const std::string& url) {
   UrlHandle handle = parse(url);
   char* host = nullptr;

@@ -1,6 +1,7 @@
 // The canonical form of web addresses, read with libcurl's URL API. Base URLs are kept in this
-// form (GatewayConfig) and the payment windows compare page addresses in it, so that
-// "HTTPS://Host:443/ipg/" and "https://host/ipg/" are one address everywhere. Thread-safe.
+// form (GatewayConfig), and every address we build from one (the return address of a payment)
+// is built from it, so that "HTTPS://Host:443/ipg/" and "https://host/ipg/" are one gateway
+// everywhere. Addresses we read (a web view's) are never rewritten. Thread-safe.
 #pragma once
 
 #include <string>
@@ -12,6 +13,11 @@ namespace qipg::internal {
 // other text (not an http or https URL libcurl can parse) comes back unchanged. The canonical
 // form of a canonical form is itself.
 std::string canonicalURL(const std::string& url);
+
+// The payment's return address under `baseURL`: the canonical base URL followed by
+// "paymentInvoice". The one derivation of it, for the address a payment message names and the
+// address the payment page takes for the final page.
+std::string returnURL(const std::string& baseURL);
 
 // The host of `url` in lower case (an IPv6 address without its brackets); "" when none.
 std::string hostOf(const std::string& url);

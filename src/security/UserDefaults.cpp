@@ -198,6 +198,7 @@ struct UserDefaults::Connection {
   dev_t device = 0;
   ino_t inode = 0;
   unsigned forkGeneration = 0;
+  int busyTimeoutMs = -1;        // as set on `db`
   bool rollbackJournal = false;  // the header's change counter tracks every commit
 
   // Reads served from memory: valid while the file change counter equals `counter`.
@@ -222,6 +223,12 @@ struct UserDefaults::Connection {
   }
 
   int exec(const char* sql) { return sqlite3_exec(db.get(), sql, nullptr, nullptr, nullptr); }
+
+  // How long the next statements wait for a lock another connection holds.
+  void waitFor(int ms) {
+    if (ms != busyTimeoutMs) sqlite3_busy_timeout(db.get(), ms);
+    busyTimeoutMs = ms;
+  }
 
   // The database header's file change counter, read straight from the file without taking
   // a lock (a read that races a commit sees either value; both are fine, see the header).
@@ -267,7 +274,7 @@ struct UserDefaults::Connection {
     device = st.st_dev;
     inode = st.st_ino;
     sqlite3_extended_result_codes(db.get(), 1);
-    sqlite3_busy_timeout(db.get(), busyTimeoutMs);
+    waitFor(busyTimeoutMs);
 
     {
       Statement mode;
@@ -398,9 +405,9 @@ struct UserDefaults::Connection {
 
 UserDefaults& UserDefaults::standard() {
   // Never destroyed: threads and static destructors may still use it while the process ends.
-  // A short busy timeout: what the process wrote is read from memory, so only a process that
-  // never wrote waits for another's lock, and never long.
-  static UserDefaults* const instance = new UserDefaults(Options{std::nullopt, 250});
+  // The default busy timeout (3 s): a store of the IV waits that long for another process's
+  // lock before its value is held in memory only.
+  static UserDefaults* const instance = new UserDefaults(Options{std::nullopt});
   return *instance;
 }
 
@@ -438,7 +445,7 @@ UserDefaults::HeldKeys& UserDefaults::held(const std::optional<std::string>& pat
 }
 
 UserDefaults::Connection* UserDefaults::connection(const std::optional<std::string>& path,
-                                                   bool checkFile) {
+                                                   bool checkFile, int waitMs) {
   if (connection_ && connection_->forkGeneration != currentForkGeneration()) {
     abandon({connection_.release(), [](void* c) { delete static_cast<Connection*>(c); }});
   }
@@ -458,25 +465,27 @@ UserDefaults::Connection* UserDefaults::connection(const std::optional<std::stri
   if (!connection_) {
     if (!checkFile) return nullptr;
     auto fresh = std::make_unique<Connection>();
-    int rc = fresh->open(*path, options_.busyTimeoutMs);
+    int rc = fresh->open(*path, waitMs);
     if (isCorrupt(rc)) {
       const dev_t device = fresh->device;
       const ino_t inode = fresh->inode;
       fresh.reset();
       setAside(*path, device, inode);
       fresh = std::make_unique<Connection>();
-      rc = fresh->open(*path, options_.busyTimeoutMs);
+      rc = fresh->open(*path, waitMs);
     }
     if (rc != SQLITE_OK) return nullptr;
     connection_ = std::move(fresh);
   }
+  connection_->waitFor(waitMs);
   return connection_.get();
 }
 
 template <typename Op>
-auto UserDefaults::withConnection(const std::optional<std::string>& path, Op op)
+auto UserDefaults::withConnection(const std::optional<std::string>& path, Op op, int waitMs)
     -> decltype(op(std::declval<Connection&>())) {
-  Connection* c = connection(path, true);
+  if (waitMs < 0) waitMs = options_.busyTimeoutMs;
+  Connection* c = connection(path, true, waitMs);
   if (c == nullptr) return SQLITE_CANTOPEN;
   int rc = op(*c);
   if (isCorrupt(rc)) {
@@ -484,7 +493,7 @@ auto UserDefaults::withConnection(const std::optional<std::string>& path, Op op)
     const ino_t inode = c->inode;
     connection_.reset();
     setAside(*path, device, inode);
-    c = connection(path, true);
+    c = connection(path, true, waitMs);
     if (c == nullptr) return SQLITE_CANTOPEN;
     rc = op(*c);
   }
@@ -492,20 +501,29 @@ auto UserDefaults::withConnection(const std::optional<std::string>& path, Op op)
 }
 
 bool UserDefaults::writeThrough(const std::optional<std::string>& path, std::string_view key,
-                                const std::optional<std::string>& value) {
-  return withConnection(path, [&](Connection& c) {
-           return c.write(key, value ? std::optional<std::string_view>(*value) : std::nullopt);
-         }) == SQLITE_OK;
+                                const std::optional<std::string>& value, int waitMs) {
+  return withConnection(
+             path,
+             [&](Connection& c) {
+               return c.write(key, value ? std::optional<std::string_view>(*value) : std::nullopt);
+             },
+             waitMs) == SQLITE_OK;
 }
 
 std::optional<std::string> UserDefaults::stringForKey(std::string_view key) {
   std::lock_guard lock(mutex_);
   const std::optional<std::string> at = path();
-  const HeldKeys& mine = held(at);
-  if (const auto it = mine.find(key); it != mine.end()) return it->second.value;
+  HeldKeys& mine = held(at);
+  if (const auto it = mine.find(key); it != mine.end()) {
+    Held& entry = it->second;
+    // Held in memory only: another try at the file, without waiting for another connection's
+    // lock, so that no read stalls on it.
+    if (!entry.persisted) entry.persisted = writeThrough(at, key, entry.value, 0);
+    return entry.value;
+  }
   std::optional<std::string> value;
   if (options_.cacheReads) {
-    Connection* c = connection(at, false);
+    Connection* c = connection(at, false, options_.busyTimeoutMs);
     if (c != nullptr && c->readCached(key, value)) return value;
   }
   withConnection(at, [&](Connection& c) { return c.read(key, value, options_.cacheReads); });
@@ -541,7 +559,7 @@ bool UserDefaults::removeObjectForKey(std::string_view key) {
 bool UserDefaults::synchronize() {
   std::lock_guard lock(mutex_);
   const std::optional<std::string> at = path();
-  if (connection(at, true) == nullptr) return false;
+  if (connection(at, true, options_.busyTimeoutMs) == nullptr) return false;
   bool all = true;
   for (auto& [key, entry] : held(at)) {
     if (!entry.persisted) all = (entry.persisted = writeThrough(at, key, entry.value)) && all;
@@ -554,6 +572,21 @@ bool UserDefaults::heldInMemoryOnly(std::string_view key) {
   const HeldKeys& mine = held(path());
   const auto it = mine.find(key);
   return it != mine.end() && !it->second.persisted;
+}
+
+bool UserDefaults::fileHolds(std::string_view key) {
+  std::lock_guard lock(mutex_);
+  const std::optional<std::string> at = path();
+  HeldKeys& mine = held(at);
+  const auto it = mine.find(key);
+  if (it == mine.end()) return false;
+  Held& entry = it->second;
+  if (!entry.persisted) entry.persisted = writeThrough(at, key, entry.value, 0);
+  if (!entry.persisted) return false;
+  // Read back: another process may have written its own value since.
+  std::optional<std::string> inFile;
+  const int rc = withConnection(at, [&](Connection& c) { return c.read(key, inFile, false); });
+  return rc == SQLITE_OK && inFile == entry.value;
 }
 
 }  // namespace qipg::internal

@@ -12,14 +12,16 @@
 // path, it reads that key from memory from then on, whatever the file does: another process
 // writing the file, a file that cannot be opened, a store locked by another process. Each
 // write is also written through to the file; when that fails the value is held in memory
-// only (heldInMemoryOnly) until a later write or synchronize() gets it into the file.
+// only (heldInMemoryOnly) until a later write, a read of that key or synchronize() gets it
+// into the file. The read tries without waiting for another connection's lock, so that it
+// never stalls on one; the others wait as long as the busy timeout.
 //
 // Durability: every write is one committed SQLite transaction in rollback-journal (DELETE)
 // mode with synchronous=FULL, so it is on disk when the call returns.
 //
 // Thread-safe: one connection per store, guarded by a mutex. Safe with other processes: a
-// busy store is waited for (busy timeout: 3 s by default, 250 ms for the standard store),
-// then the call gives up. A child process made by fork() opens its own connection on its
+// busy store is waited for (busy timeout: 3 s by default, the standard store's too), then the
+// call gives up. A child process made by fork() opens its own connection on its
 // first call, and keeps what its parent held in memory.
 //
 // Failures never reach the caller as errors: a key this store never wrote reads as nothing
@@ -74,9 +76,9 @@ class UserDefaults {
   UserDefaults(const UserDefaults&) = delete;
   UserDefaults& operator=(const UserDefaults&) = delete;
 
-  // The text this store last wrote under `key`; for a key it never wrote, the text stored in
-  // the file; absent when nothing is, when the value is not a text, or when the store cannot
-  // be read.
+  // The text this store last wrote under `key` (written through to the file first when it is
+  // held in memory only, see above); for a key it never wrote, the text stored in the file;
+  // absent when nothing is, when the value is not a text, or when the store cannot be read.
   std::optional<std::string> stringForKey(std::string_view key);
 
   // True when any value is stored under `key` (as with stringForKey, what this store wrote
@@ -99,6 +101,12 @@ class UserDefaults {
   // value is held in this process's memory only.
   bool heldInMemoryOnly(std::string_view key);
 
+  // True when the file holds now, read back from it, what this store last wrote under `key`
+  // (a removal: nothing under it). False when this store never wrote `key`, when its write
+  // cannot be got into the file (tried again first, as by a read), or when another connection
+  // has written the key since.
+  bool fileHolds(std::string_view key);
+
  private:
   struct Connection;
 
@@ -114,18 +122,21 @@ class UserDefaults {
   // What this store wrote at `path`.
   HeldKeys& held(const std::optional<std::string>& path);
   // Writes `value` (absent: removes the key) to the file at `path`; true when it got there.
+  // `waitMs`: how long to wait for another connection's lock; negative: the busy timeout.
   bool writeThrough(const std::optional<std::string>& path, std::string_view key,
-                    const std::optional<std::string>& value);
+                    const std::optional<std::string>& value, int waitMs = -1);
 
-  // Returns the open connection for `path`, opening (or re-opening) it as needed;
-  // null when the store cannot be opened. `checkFile` also re-opens when the file at the
-  // path is no longer the one open; without it, no connection is opened either (the cheap
-  // check before a read from memory). Called with `mutex_` held.
-  Connection* connection(const std::optional<std::string>& path, bool checkFile);
+  // Returns the open connection for `path`, opening (or re-opening) it as needed, set to
+  // wait `waitMs` for another connection's lock; null when the store cannot be opened.
+  // `checkFile` also re-opens when the file at the path is no longer the one open; without
+  // it, no connection is opened either (the cheap check before a read from memory). Called
+  // with `mutex_` held.
+  Connection* connection(const std::optional<std::string>& path, bool checkFile, int waitMs);
   // Runs `op` on the connection; when it reports a corrupt file, sets the file aside, opens
-  // a fresh store and runs `op` once more. Called with `mutex_` held.
+  // a fresh store and runs `op` once more. `waitMs` as for writeThrough. Called with `mutex_`
+  // held.
   template <typename Op>
-  auto withConnection(const std::optional<std::string>& path, Op op)
+  auto withConnection(const std::optional<std::string>& path, Op op, int waitMs = -1)
       -> decltype(op(std::declval<Connection&>()));
 
   const Options options_;

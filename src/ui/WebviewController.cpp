@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "common/Ascii.h"
+#include "common/Url.h"
 
 namespace qipg {
 namespace {
@@ -12,7 +13,6 @@ constexpr double kProgressStep = 0.05;
 constexpr double kProgressCeiling = 0.9;  // a step is taken only from here or below
 constexpr double kProgressLineHeight = 2.0;
 
-constexpr char kFinalPageName[] = "paymentInvoice";
 constexpr char kBodyHTMLScript[] = "document.body.innerHTML";
 constexpr std::string_view kResponseMarker = "<div id=\"responseString\"";
 constexpr std::string_view kResponseEnd = "</div>";
@@ -44,8 +44,8 @@ std::shared_ptr<WebviewController> WebviewController::create(GatewayConfig confi
 
 WebviewController::WebviewController(GatewayConfig config)
     : config_(std::move(config)),
-      testFinalPageURL_(config_.testBaseURL + kFinalPageName),
-      productionFinalPageURL_(config_.productionBaseURL + kFinalPageName) {}
+      testFinalPageURL_(internal::returnURL(config_.testBaseURL)),
+      productionFinalPageURL_(internal::returnURL(config_.productionBaseURL)) {}
 
 WebviewController::~WebviewController() = default;
 
@@ -116,6 +116,7 @@ void WebviewController::stopProgressViewLoad() {
 }
 
 bool WebviewController::isFinalPage(const Text& address) const {
+  // The address as the web view reports it, never rewritten: "…paymentInvoice?" is not final.
   if (!address) return false;
   return *address == testFinalPageURL_ || *address == productionFinalPageURL_;
 }

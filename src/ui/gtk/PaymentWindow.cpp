@@ -9,13 +9,13 @@
 #include <utility>
 #include <vector>
 
+#include "common/Url.h"
 #include "ui/AutoPostForm.h"
 #include "ui/gtk/MainLoop.h"
 #include "ui/gtk/ProgressLine.h"
 #include "ui/window/Files.h"
 #include "ui/window/Session.h"
 #include "ui/window/TlsTrust.h"
-#include "ui/window/Url.h"
 
 namespace qipg {
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QLoggingCategory>
 #include <QMetaObject>
 #include <QTimer>
 #include <cmath>
@@ -79,6 +80,19 @@ bool displayAnswers() {
   return ok;
 }
 
+// The filter in force before ours, which ours passes every category to first.
+QLoggingCategory::CategoryFilter hostFilter = nullptr;
+
+// Qt WebEngine describes its GL set-up at every start ("qt.webenginecontext", info level);
+// only its warnings are of use to a merchant.
+void withoutEngineSetupNotes(QLoggingCategory* category) {
+  if (hostFilter != nullptr) hostFilter(category);
+  if (qstrcmp(category->categoryName(), "qt.webenginecontext") == 0) {
+    category->setEnabled(QtInfoMsg, false);
+    category->setEnabled(QtDebugMsg, false);
+  }
+}
+
 }  // namespace
 
 std::shared_ptr<TimerSchedulerPort> qtTimerScheduler() {
@@ -96,7 +110,17 @@ void postToGuiThread(std::function<void()> task) {
 void prepareQtWebEngineEnvironment() {
   // Chromium refuses to run its sandbox as root (CI containers have no user namespaces).
   if (runningAsRoot()) setEnvironmentDefault("QTWEBENGINE_DISABLE_SANDBOX", "1");
-  if (!gpuAvailable()) setEnvironmentDefault("QTWEBENGINE_CHROMIUM_FLAGS", "--disable-gpu");
+  // Chromium logs on stderr what it finds wrong, certificate dumps included, before the window
+  // has decided (a certificate our trusted CA vouches for is accepted after such a dump): only
+  // its fatal messages stay. The window reports what matters through its own events; a host
+  // that sets QTWEBENGINE_CHROMIUM_FLAGS itself chooses its own.
+  setEnvironmentDefault("QTWEBENGINE_CHROMIUM_FLAGS",
+                        gpuAvailable() ? "--log-level=3" : "--log-level=3 --disable-gpu");
+  static const bool filtered = [] {
+    hostFilter = QLoggingCategory::installFilter(withoutEngineSetupNotes);
+    return true;
+  }();
+  (void)filtered;
 }
 
 bool ensureQtApplication(std::string* error) {

@@ -28,7 +28,6 @@
 #include "ui/window/Files.h"
 #include "ui/window/Session.h"
 #include "ui/window/TlsTrust.h"
-#include "ui/window/Url.h"
 
 namespace qipg {
 
@@ -127,9 +126,11 @@ struct QtPaymentWindow::Impl final : WebViewPort,
   void stopLoading() override {
     if (view_ != nullptr) view_->stop();
   }
+  // The address as the engine reports it, fully encoded and otherwise untouched: an empty
+  // "?" or "#" stays, so such a page is never taken for the final one.
   Text currentURL() const override {
     if (view_ == nullptr || view_->url().isEmpty()) return std::nullopt;
-    return internal::canonicalURL(urlText(view_->url()));
+    return urlText(view_->url());
   }
   void evaluateJavaScript(const std::string& script,
                           std::function<void(const Text&)> completion) override {

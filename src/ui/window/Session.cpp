@@ -5,8 +5,6 @@
 #include <cstdlib>
 #include <utility>
 
-#include "ui/window/Url.h"
-
 namespace qipg::internal {
 namespace {
 
@@ -70,8 +68,8 @@ std::optional<std::string> optionsProblem(const PaymentWindowOptions& options) {
 
 std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
                                                   const URLRequest& request) {
-  auto controller = WebviewController::create(
-      canonicalGateway(options.client ? options.client->config() : options.gateway));
+  auto controller =
+      WebviewController::create(options.client ? options.client->config() : options.gateway);
   controller->setRequest(request);
   return controller;
 }

@@ -21,7 +21,7 @@ using PostToWindowThread = std::function<void(std::function<void()> task)>;
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options);
 
 // A controller for a window with these options: its final page under the client's base URLs
-// (else `options.gateway`'s), in canonical form, and its request set.
+// (else `options.gateway`'s), and its request set.
 std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
                                                   const URLRequest& request);
 

@@ -7,7 +7,7 @@
 
 #include <memory>
 
-#include "ui/window/Url.h"
+#include "common/Url.h"
 
 namespace qipg::internal {
 namespace {

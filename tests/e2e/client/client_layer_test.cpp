@@ -89,12 +89,15 @@ TEST_F(ClientLayerTest, EachErrorKindFromItsRealCause) {
   using qipg::sandbox::Fault;
   const std::string wrongKey = "wrongKey0123456789ABCDEFGHIJKLMN";
   const std::vector<ErrorCase> cases = {
-      {"input", noChange, [](Client& c) { return c.status({"", "1"}).get(); }, ErrorKind::Input,
-       "Invalid Order ID", false},
+      {"input", noChange,
+       [](Client& c) {
+         return c.status({"", "1"}).get();
+       },
+       ErrorKind::Input, "Invalid Order ID", false},
       {"zero refund", noChange, refundCall("0.00"), ErrorKind::Input,
-       "the amount must be greater than zero", false},
+       "Invalid Transaction Amount Input: must be greater than zero", false},
       {"three decimals", noChange, refundCall("1.005"), ErrorKind::Input,
-       "the amount must be a number with at most two decimals, like 15.00", false},
+       "Invalid Transaction Amount Input: digits with at most two decimals, like 15.00", false},
       {"stopped token", noChange,
        [](Client& c) {
          std::stop_source stop;
@@ -164,11 +167,25 @@ TEST_F(ClientLayerTest, CredentialsFromInfoPlistOrConfigErrorsAtCreation) {
   noKey.encryptionKey.clear();
   qipg::ClientOptions noMid = options();
   noMid.merchantID.clear();
+  qipg::ClientOptions shortKey = options(), oddKey = options();
+  shortKey.encryptionKey = "abc";
+  oddKey.encryptionKey = std::string(31, 'a') + "-";
+  qipg::ClientOptions placeholder = options();
+  placeholder.environment = qipg::Environment::Production;
+  placeholder.gateway.productionBaseURL = "HTTPS://ipg.quandrel.example:443/";
   for (const auto& [o, message] : std::vector<std::pair<qipg::ClientOptions, std::string>>{
            {badURL,
             "test base URL must use https (http is allowed only on a loopback host): "
             "http://example.com/ipg/"},
+           {placeholder,
+            "no base URL is set for the production gateway (the built-in placeholder "
+            "https://ipg.quandrel.example/ is no real gateway): set "
+            "ClientOptions::gateway.productionBaseURL, or QIPG_PRODUCTION_BASE_URL"},
            {noKey, "no merchant key was given"},
+           {shortKey, "the merchant key must be 32 letters and digits; the one given has 3"},
+           {oddKey,
+            "the merchant key must be 32 letters and digits; the one given has other "
+            "characters"},
            {noMid, "no merchant ID was given and Info.plist holds none (\"merchantID\")"}}) {
     const auto made = Client::create(o);
     ASSERT_FALSE(made.ok());
@@ -213,12 +230,14 @@ TEST_F(ClientLayerTest, PaymentsAndTheirExtraChecks) {
   const std::vector<std::pair<Edit, std::string>> cardCases = {
       {[](auto&) {}, ""},
       {[](auto& p) { p.orderID = ""; }, "Missing value for Order ID"},  // the interface's first
-      {[](auto& p) { p.amount = "0"; }, "the amount must be greater than zero"},
+      {[](auto& p) { p.amount = "0"; },
+       "Invalid Transaction Amount Input: must be greater than zero"},
       {[](auto& p) { p.card.number = "4111111111111112"; },
-       "the card number is not valid (it fails the Luhn check; mistyped?)"},
-      {[](auto& p) { p.card.expiry = "1323"; }, "the card expiry must name a month from 01 to 12"},
-      {[](auto& p) { p.card.expiry = "0120"; }, "the card has expired"},
-      {[](auto& p) { p.card.cvv = "12"; }, "the CVV must be 3 or 4 digits"},
+       "Invalid Card Number Input: fails the Luhn check (mistyped?)"},
+      {[](auto& p) { p.card.expiry = "1323"; },
+       "Invalid Card Expiry Input: the month must be 01 to 12"},
+      {[](auto& p) { p.card.expiry = "0120"; }, "Invalid Card Expiry Input: the card has expired"},
+      {[](auto& p) { p.card.cvv = "12"; }, "Invalid Card CVV Input: must be 3 or 4 digits"},
   };
   for (const auto& [edit, message] : cardCases) {
     SCOPED_TRACE(message);
@@ -239,7 +258,8 @@ TEST_F(ClientLayerTest, PaymentsAndTheirExtraChecks) {
   EXPECT_EQ(page.value().url, sandbox().baseURL() + "doMEPayRequest");
   auto cheap = standard;
   cheap.amount = "0.00";
-  EXPECT_EQ(client->standardPayment(cheap).error().message, "the amount must be greater than zero");
+  EXPECT_EQ(client->standardPayment(cheap).error().message,
+            "Invalid Transaction Amount Input: must be greater than zero");
 }
 
 // Every callback reaches the executor, whatever the outcome, none runs on the caller's thread, and

@@ -51,12 +51,13 @@ TEST_F(IVStoreTest, UnusableDefaultsFileLeavesTheIVInMemoryAndCallsSealed) {
   for (const char* name : {"a-directory", "closed/defaults.sqlite3", "read-only", "locked"}) {
     SCOPED_TRACE(name);
     qipg_test::ScopedEnv store("QIPG_DEFAULTS_FILE", base + name);
-    const auto ipg = [&] {
+    std::shared_ptr<qipg::QuandrelIPG> ipg;
+    {
       ModesBindEvenRoot readOnly;
-      return client();
-    }();
-    ASSERT_NE(ipg, nullptr);
-    EXPECT_FALSE(ipg->ivPersisted());
+      ipg = client();
+      ASSERT_NE(ipg, nullptr);
+      EXPECT_FALSE(ipg->ivPersisted());
+    }
     const std::optional<qipg::URLRequest> request = ipg->getStandardPaymentRequest(
         "IV2", "1.00", "INR", "d", 0, "", "", "", "", "", "", "", "", "", "", kMID, kKey, nullptr);
     ASSERT_TRUE(request);
@@ -78,6 +79,7 @@ TEST_F(IVStoreTest, AnotherProcessOnTheSameFileDoesNotChangeThisProcessIV) {
             qipg_test::quoted(sandbox().baseURL()) + " --ca-file " +
             qipg_test::quoted(sandbox().caFile()));
   EXPECT_NE(other.err.find("Unreadable"), std::string::npos) << other.out << other.err;
+  EXPECT_FALSE(ipg->ivPersisted());  // the file holds the other's IV now
   EXPECT_EQ(statusCodeOf(*ipg, "IV3"), Text("S"));
 }
 

@@ -1,17 +1,20 @@
 // The payment window with a real browser engine against the sandbox gateway, one body for
 // every toolkit (Toolkit.h picks it): payments approved, declined and captured on the
 // gateway's pages, Cancel and the close button with reconciliation, a final page without its
-// result, certificates trusted only where asked, and the progress line and a load failure.
+// result, an address that only begins like the final page, certificates trusted only where
+// asked, and the progress line and a load failure.
 // Every wait is bounded by a time-out that fails the test instead of hanging it.
 #include <gtest/gtest.h>
+#include <httplib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <fstream>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -51,6 +54,41 @@ std::string upperScheme(std::string url) {
   return url;
 }
 
+// A gateway on plain HTTP (loopback) whose payment page sends the browser on with a 303 to
+// `location` (relative to its base URL), and whose final page answers with or without a query.
+class RedirectingGateway {
+ public:
+  explicit RedirectingGateway(const std::string& location) {
+    server_.Post("/ipg/doMEPayRequest",
+                 [location](const httplib::Request&, httplib::Response& res) {
+                   res.set_redirect(location, 303);
+                 });
+    server_.Get("/ipg/paymentInvoice", [](const httplib::Request&, httplib::Response& res) {
+      res.set_content(
+          "<p>Paid</p><div id=\"responseString\" style=\"display: none;\">ORD42|TXN9|RRN1|S|"
+          "Transaction Successful|10.50|2024-01-02 10:11:12|AN|AZ|C|-|-|a1|a2|a3|a4|a5|a6|a7|a8|"
+          "a9|a10</div>",
+          "text/html");
+    });
+    server_.set_keep_alive_max_count(1);  // no connection outlives its request at stop()
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    EXPECT_GT(port_, 0) << "no port on 127.0.0.1";
+    thread_ = std::thread([this] { server_.listen_after_bind(); });
+    // Running before anything may stop it (a stop before that would be lost).
+    while (port_ > 0 && !server_.is_running()) std::this_thread::yield();
+  }
+  ~RedirectingGateway() {
+    server_.stop();
+    thread_.join();
+  }
+  std::string baseURL() const { return "http://127.0.0.1:" + std::to_string(port_) + "/ipg/"; }
+
+ private:
+  httplib::Server server_;
+  int port_ = 0;
+  std::thread thread_;
+};
+
 // How a flow finds the final page: through the client that built the request, or through
 // base URLs given to the window.
 struct FinalPages {
@@ -61,12 +99,16 @@ struct FinalPages {
 // One payment window and what it did, in order.
 struct Flow {
   Flow(const sandbox::Sandbox& gateway, bool cardCapture, const std::string& cardNumber,
-       const FinalPages& finalPages,
+       const FinalPages& finalPages, const std::function<void(PaymentWindowOptions&)>& adjust = {})
+      : Flow(gateway.baseURL(), gateway.caFile(), cardCapture, cardNumber, finalPages, adjust) {}
+
+  Flow(const std::string& baseURL, const std::string& caFile, bool cardCapture,
+       const std::string& cardNumber, const FinalPages& finalPages,
        const std::function<void(PaymentWindowOptions&)>& adjust = {})
-      : order(std::string(toolkit::kName) + std::to_string(++count)), gatewayBase(gateway.baseURL()) {
+      : order(std::string(toolkit::kName) + std::to_string(++count)), gatewayBase(baseURL) {
     GatewayConfig clientConfig;
-    clientConfig.testBaseURL = gateway.baseURL();
-    clientConfig.caFile = gateway.caFile();
+    clientConfig.testBaseURL = baseURL;
+    clientConfig.caFile = caFile;
     client = QuandrelIPG::create(IPGEnvironmentTest, clientConfig);
     std::string failure;
     auto recorder =
@@ -98,7 +140,7 @@ struct Flow {
       options.gateway.testBaseURL = finalPages.test;
       options.gateway.productionBaseURL = finalPages.production;
     }
-    options.trustedCAFile = gateway.caFile();
+    options.trustedCAFile = caFile;
     options.trustedHost = "127.0.0.1";
     options.onPageLoad = [this](PageLoadEvent event, const std::string& uri) {
       loads.emplace_back(event, uri);
@@ -317,6 +359,42 @@ TEST_F(PaymentWindowTest, RunToTheEndGivesTheOutcomeWithTheReconciledRecord) {
   EXPECT_EQ(outcome->reconciled->orderID(), Text(flow.order));
   EXPECT_EQ(outcome->reconciled->statusCode(), Text("P"));
   EXPECT_EQ(flow.statuses.size(), 1u);  // the host's own callback heard it too
+}
+
+// The final page is the return address itself, as the engine reports it: a gateway that sends
+// the customer to it with an empty query or fragment added leaves the window on that page.
+TEST_F(PaymentWindowTest, OnlyTheReturnAddressItselfEndsThePayment) {
+  const struct {
+    const char* location;
+    bool final;
+  } cases[] = {{"paymentInvoice?", false}, {"paymentInvoice#", false}, {"paymentInvoice", true}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.location);
+    RedirectingGateway other(c.location);
+    Flow flow(other.baseURL(), "", false, "", {});
+    flow.open();
+    const std::string invoice = other.baseURL() + "paymentInvoice";
+    ASSERT_TRUE(spinUntil([&] {
+      for (const auto& [event, uri] : flow.loads) {
+        if (event == PageLoadEvent::Finished && uri.rfind(invoice, 0) == 0) return true;
+      }
+      return false;
+    })) << "the redirect was not followed";
+    if (c.final) {
+      ASSERT_TRUE(spinUntil([&] { return flow.told(); }));
+      ASSERT_EQ(flow.completed.size(), 1u);
+      EXPECT_EQ(flow.completed[0].orderID(), Text("ORD42"));
+      EXPECT_EQ(flow.completed[0].statusCode(), Text("S"));
+      continue;
+    }
+    spinUntil([] { return false; }, 1);  // a wrongly final page is read within this second
+    EXPECT_FALSE(flow.told());
+    EXPECT_TRUE(flow.window->isOpen());
+    EXPECT_EQ(flow.run("location.href"), Text(other.baseURL() + c.location));
+    flow.window->pressCancel();
+    ASSERT_TRUE(spinUntil([&] { return flow.told(); }));
+    EXPECT_EQ(flow.cancelled, 1u);
+  }
 }
 
 TEST_F(PaymentWindowTest, SandboxCertificateIsTrustedOnlyForItsHostAndOnlyWhenAsked) {

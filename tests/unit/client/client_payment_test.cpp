@@ -6,6 +6,7 @@
 #include "client_support.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
+#include "qipg/WebviewController.h"
 
 namespace qipg_test {
 namespace {
@@ -200,6 +201,30 @@ TEST_F(PaymentTest, ConcurrentCallsEachUseTheirOwnCredentials) {
   const Text last = client_->merchantIDString();
   ASSERT_TRUE(last.has_value());
   EXPECT_EQ(last->rfind("MID", 0), 0u);  // one of the callers' values, whole
+}
+
+// The return address the message names is the page a controller under the same configuration
+// takes for the final one, however the host spelt its base URLs.
+TEST_F(PaymentTest, ReturnAddressIsTheFinalPageOfAControllerWithTheSameConfig) {
+  qipg::GatewayConfig config;
+  config.testBaseURL = "HTTPS://GW.Example:443/ipg/";
+  config.productionBaseURL = "https://Prod.Example/";
+  const auto controller = qipg::WebviewController::create(config);
+  const std::pair<std::uint64_t, const char*> rows[] = {
+      {1, "https://gw.example/ipg/paymentInvoice"}, {0, "https://prod.example/paymentInvoice"}};
+  for (const auto& [environment, address] : rows) {
+    SCOPED_TRACE(address);
+    client_ = QuandrelIPG::create(environment, config);
+    ASSERT_NE(client_, nullptr);
+    const std::optional<URLRequest> request = standard(1);
+    ASSERT_TRUE(request.has_value());
+    const std::vector<std::string> slots = openBody(*request);
+    ASSERT_EQ(slots.size(), 20u);
+    EXPECT_EQ(slots[9], address);
+    EXPECT_EQ(
+        environment == 1 ? controller->testFinalPageURL() : controller->productionFinalPageURL(),
+        address);
+  }
 }
 
 TEST_F(PaymentTest, PaymentPageRequestByType) {

@@ -147,7 +147,7 @@ TEST(UserDefaults, UnusableStoresKeepWhatThisProcessWroteInMemory) {
     EXPECT_EQ(CommonUtilities::getRandomIVforKey("randomIV"), "4e9a1c07b3d58f26");
   }
   // Locked by another connection: a read of the file gives up after the busy timeout; a write
-  // is held in memory, and synchronize() writes it through once the lock is gone.
+  // is held in memory, and the next read writes it through once the lock is gone.
   const std::string file = dir.file("defaults.sqlite3");
   UserDefaults(at(file)).setString("k", "v");
   UserDefaults waiting(at(file, 50));
@@ -161,9 +161,25 @@ TEST(UserDefaults, UnusableStoresKeepWhatThisProcessWroteInMemory) {
   }
   EXPECT_TRUE(waiting.heldInMemoryOnly("k"));
   EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "v");
-  EXPECT_TRUE(waiting.synchronize());
+  EXPECT_EQ(waiting.stringForKey("k"), "w");
   EXPECT_FALSE(waiting.heldInMemoryOnly("k"));
-  EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "w");
+  EXPECT_TRUE(waiting.fileHolds("k"));
+  // Another connection writes the key since: the file no longer holds this store's value,
+  // and this store does not write it back over theirs.
+  UserDefaults(at(file)).setString("k", "theirs");
+  EXPECT_FALSE(waiting.fileHolds("k"));
+  EXPECT_EQ(waiting.stringForKey("k"), "w");
+  EXPECT_EQ(UserDefaults(at(file)).stringForKey("k"), "theirs");
+  // The standard store waits out half a second of another connection's lock.
+  testing::ScopedEnv env("QIPG_DEFAULTS_FILE", file);
+  Db holder(file);
+  ASSERT_EQ(holder.exec("BEGIN EXCLUSIVE"), SQLITE_OK);
+  std::thread release([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    holder.exec("COMMIT");
+  });
+  EXPECT_TRUE(UserDefaults::standard().setString("k", "x"));
+  release.join();
 }
 
 TEST(IVStore, LastStoredWinsAndEmptyKeyReadsNothing) {

@@ -1,11 +1,11 @@
-// What both payment windows share: the canonical form of addresses the final page is
-// compared in, which host a CA file may vouch for, and which endings are reconciled.
+// What both payment windows share: the canonical form of addresses and the return address
+// built from it, which host a CA file may vouch for, and which endings are reconciled.
 #include <gtest/gtest.h>
 
+#include "common/Url.h"
 #include "qipg/PaymentResponse.h"
 #include "ui/window/Session.h"
 #include "ui/window/TlsTrust.h"
-#include "ui/window/Url.h"
 
 namespace qipg::internal {
 namespace {
@@ -29,12 +29,8 @@ TEST(WindowUrl, CanonicalFormAndHost) {
     EXPECT_EQ(canonicalURL(c.url), c.canonical);
     EXPECT_EQ(hostOf(c.url), c.host);
   }
-  GatewayConfig config;
-  config.testBaseURL = "HTTPS://A.example:443/ipg/";
-  config.productionBaseURL = "https://B.example/";
-  const GatewayConfig canonical = canonicalGateway(config);
-  EXPECT_EQ(canonical.testBaseURL, "https://a.example/ipg/");
-  EXPECT_EQ(canonical.productionBaseURL, "https://b.example/");
+  EXPECT_EQ(returnURL("HTTPS://A.example:443/ipg/"), "https://a.example/ipg/paymentInvoice");
+  EXPECT_EQ(returnURL("https://b.example/"), "https://b.example/paymentInvoice");
 }
 
 // Every refusal that needs no certificate to decide (the chain itself is checked against
