@@ -54,9 +54,8 @@ nlohmann::ordered_json recordJson(const qipg::PaymentResponse& response) {
 }
 
 nlohmann::ordered_json errorJson(const ErrorReport& error) {
-  nlohmann::ordered_json json = {{"kind", error.kind},
-                                 {"message", error.message},
-                                 {"outcomeUnknown", error.outcomeUnknown}};
+  nlohmann::ordered_json json = {
+      {"kind", error.kind}, {"message", error.message}, {"outcomeUnknown", error.outcomeUnknown}};
   if (error.httpStatus) json["httpStatus"] = *error.httpStatus;
   return json;
 }

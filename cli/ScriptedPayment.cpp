@@ -185,9 +185,8 @@ ScriptedOutcome payWithoutWindow(const qipg::URLRequest& request, const CardDeta
       if (!result || (record.statusCode() == qipg::Text("F") && !record.orderID() &&
                       !record.transactionReferenceNo() && !record.statusDescription())) {
         outcome.unclear = true;
-        return fail(qipg::ErrorKind::Unreadable,
-                    "the final page holds no readable result (HTTP " +
-                        std::to_string(page->status) + ")");
+        return fail(qipg::ErrorKind::Unreadable, "the final page holds no readable result (HTTP " +
+                                                     std::to_string(page->status) + ")");
       }
       outcome.record = record;
       return outcome;

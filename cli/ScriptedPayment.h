@@ -24,7 +24,7 @@ struct CardDetails {
 
 // How a payment without a window ended.
 struct ScriptedOutcome {
-  std::optional<qipg::PaymentResponse> record;  // the final page's record, when it was read
+  std::optional<qipg::PaymentResponse> record;      // the final page's record, when it was read
   qipg::ErrorKind kind = qipg::ErrorKind::Network;  // else why not, as an ErrorKind
   std::string error;                                // and in one line
   std::optional<long> httpStatus;                   // of a page that refused the payment

@@ -86,8 +86,7 @@ ErrorReport interrupted(Operation operation, int signal) {
   ErrorReport error{"Cancelled",
                     std::string("interrupted by ") + (signal == SIGINT ? "SIGINT" : "SIGTERM") +
                         " while waiting for the gateway's answer",
-                    false,
-                    std::nullopt};
+                    false, std::nullopt};
   if (operation != Operation::kStatus) {
     error.outcomeUnknown = true;
     error.message += std::string("; the ") + nameOf(operation) +

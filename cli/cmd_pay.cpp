@@ -5,8 +5,8 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <iostream>
 #include <future>
+#include <iostream>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -315,9 +315,10 @@ int openPaymentWindow(const qipg::URLRequest& request,
                       const MerchantCredentials& credentials) {
   const RunWindow run = windowRunner(o.toolkit);
   if (run == nullptr) {
-    return fail(o, {errorOf("Config", toolkitMissing(o.toolkit) +
-                                   "; use --no-window against a sandbox, or --print-request"),
-                    kExitUsage});
+    return fail(o,
+                {errorOf("Config", toolkitMissing(o.toolkit) +
+                                       "; use --no-window against a sandbox, or --print-request"),
+                 kExitUsage});
   }
   qipg::PaymentWindowOptions options;
   options.client = client;

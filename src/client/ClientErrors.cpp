@@ -16,11 +16,12 @@ constexpr const char* kConfirmFirst =
 
 // `text` from `from` on, the first match of `what` in any letter case; npos when none.
 std::size_t findNoCase(const std::string& text, std::string_view what, std::size_t from = 0) {
-  const auto at = std::search(text.begin() + static_cast<std::ptrdiff_t>(std::min(from, text.size())),
-                              text.end(), what.begin(), what.end(), [](char a, char b) {
-                                return std::tolower(static_cast<unsigned char>(a)) ==
-                                       std::tolower(static_cast<unsigned char>(b));
-                              });
+  const auto at =
+      std::search(text.begin() + static_cast<std::ptrdiff_t>(std::min(from, text.size())),
+                  text.end(), what.begin(), what.end(), [](char a, char b) {
+                    return std::tolower(static_cast<unsigned char>(a)) ==
+                           std::tolower(static_cast<unsigned char>(b));
+                  });
   return at == text.end() ? std::string::npos : static_cast<std::size_t>(at - text.begin());
 }
 
@@ -44,8 +45,11 @@ std::string pageText(const std::string& html) {
     text += '\n';  // a tag may end a line of text ("<br>", "</p>")
   }
   for (const auto& [entity, character] : {std::pair<std::string_view, char>{"&lt;", '<'},
-                                          {"&gt;", '>'}, {"&quot;", '"'}, {"&#39;", '\''},
-                                          {"&nbsp;", ' '}, {"&amp;", '&'}}) {
+                                          {"&gt;", '>'},
+                                          {"&quot;", '"'},
+                                          {"&#39;", '\''},
+                                          {"&nbsp;", ' '},
+                                          {"&amp;", '&'}}) {
     for (std::size_t at = text.find(entity); at != std::string::npos;
          at = text.find(entity, at + 1)) {
       text.replace(at, entity.size(), 1, character);

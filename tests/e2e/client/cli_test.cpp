@@ -142,7 +142,7 @@ TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
 TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
   const std::string gateway = startSandbox({"--fault", "cancel=http500"}).value("baseURL", "");
   const std::string ref = pay("F1", "10.50");
-  const std::string magicRef = pay("F2", "7.92");  // magic: its management answers are HTTP 500
+  const std::string magicRef = pay("F2", "7.92");   // magic: its management answers are HTTP 500
   const std::string closedRef = pay("F3", "7.93");  // and here the connection is closed
   const std::filesystem::path wrongKey = dir() / "wrong-key";
   writeFile(wrongKey, "notTheMerchantsKey0123456789ABCD\n");
@@ -177,10 +177,7 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
        4,
        "Unreadable",
        "the answer could not be opened with this merchant key (wrong key?)"},
-      {"http500",
-       status,
-       4,
-       "Http",
+      {"http500", status, 4, "Http",
        "the gateway at " + gateway + " answered with HTTP 500: Internal Server Error"},
       {"garbage", status, 4, "Unreadable", ""},
       {"close", status, 3, "Network", ""},
@@ -311,7 +308,6 @@ TEST_F(CliTest, RefusesWhatItMustNotDo) {
   }
 }
 
-
 // A payment's outcome as a script reads it: exit 0 only when ipg knows how the payment ended,
 // 5 when the payment may have gone through and the gateway's status does not settle it.
 TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
@@ -321,9 +317,9 @@ TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
     std::vector<std::pair<std::string, std::string>> faults;  // endpoint, kind; reset after
     std::vector<std::string> args;
     int exitCode;
-    std::string statusCode;      // of the final page's record; empty: none
-    std::string reconciled;      // the status record's statusCode; empty: none
-    std::string errorKind;       // empty: no error
+    std::string statusCode;  // of the final page's record; empty: none
+    std::string reconciled;  // the status record's statusCode; empty: none
+    std::string errorKind;   // empty: no error
     bool outcomeUnknown = false;
   } rows[] = {
       {{}, {"--base-url", upper}, 0, "S", "", ""},
@@ -339,8 +335,9 @@ TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
     for (const auto& [endpoint, kind] : row.faults) {
       ASSERT_EQ(ipg({"sandbox", "fault", endpoint, kind}).exitCode, 0);
     }
-    std::vector<std::string> args = {"pay",      "--standard", "--order", "PO" + std::to_string(++order),
-                                     "--amount", "4.00",       "--no-window", "--json"};
+    std::vector<std::string> args = {
+        "pay",      "--standard", "--order",     "PO" + std::to_string(++order),
+        "--amount", "4.00",       "--no-window", "--json"};
     if (row.args[0] != "--test-card") args.insert(args.end(), {"--test-card", "approve"});
     args.insert(args.end(), row.args.begin(), row.args.end());
     const ProcessRun run = ipg(args);
@@ -365,9 +362,9 @@ TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
 // so and exits 5 rather than dying silently.
 TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
   const int port = startSandbox().value("port", 0);
-  const ProcessRun preauth = ipg({"pay", "--standard", "--order", "I1", "--amount", "3.00",
-                                  "--type", "preauth", "--test-card", "approve", "--no-window",
-                                  "--json"});
+  const ProcessRun preauth =
+      ipg({"pay", "--standard", "--order", "I1", "--amount", "3.00", "--type", "preauth",
+           "--test-card", "approve", "--no-window", "--json"});
   const std::string preauthRef =
       nlohmann::json::parse(preauth.out, nullptr, false).value("transactionReferenceNo", "");
   const std::string saleRef = pay("I2", "3.00");
