@@ -20,6 +20,9 @@ inline constexpr int kExitFailed = 1;      // the command could not do its work
 inline constexpr int kExitUsage = 2;       // bad usage or input
 inline constexpr int kExitNetwork = 3;     // no answer: network, time-out, TLS, cancelled
 inline constexpr int kExitUnreadable = 4;  // an answer that could not be read, or HTTP error
+// A cancel, refund or payment that may have taken effect although no answer says so: confirm
+// with a status inquiry before retrying.
+inline constexpr int kExitOutcomeUnknown = 5;
 
 struct Command {
   CLI::App* app = nullptr;   // the subcommand

@@ -36,6 +36,11 @@ std::vector<std::pair<const char*, const qipg::Text*>> properties(const qipg::Pa
 
 }  // namespace
 
+ErrorReport errorReport(const qipg::Error& error) {
+  return {std::string(qipg::errorKindName(error.kind)), error.message, error.outcomeUnknown,
+          error.httpStatus};
+}
+
 std::string jsonLine(const nlohmann::ordered_json& value) {
   return value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
 }
@@ -46,6 +51,13 @@ nlohmann::ordered_json recordJson(const qipg::PaymentResponse& response) {
     record[name] = *value ? nlohmann::ordered_json(**value) : nlohmann::ordered_json(nullptr);
   }
   return record;
+}
+
+nlohmann::ordered_json errorJson(const ErrorReport& error) {
+  nlohmann::ordered_json json = {
+      {"kind", error.kind}, {"message", error.message}, {"outcomeUnknown", error.outcomeUnknown}};
+  if (error.httpStatus) json["httpStatus"] = *error.httpStatus;
+  return json;
 }
 
 void printRecord(std::ostream& out, const qipg::PaymentResponse& response, bool json) {
@@ -59,11 +71,11 @@ void printRecord(std::ostream& out, const qipg::PaymentResponse& response, bool 
 }
 
 void printError(std::ostream& out, std::ostream& err, const std::string& command,
-                const std::string& kind, const std::string& message, bool json) {
+                const ErrorReport& error, bool json) {
   if (json) {
-    out << jsonLine({{"error", {{"kind", kind}, {"message", message}}}});
+    out << jsonLine({{"error", errorJson(error)}});
   } else {
-    err << "ipg " << command << ": " << kind << ": " << message << "\n";
+    err << "ipg " << command << ": " << error.kind << ": " << error.message << "\n";
   }
 }
 

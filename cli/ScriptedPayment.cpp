@@ -1,5 +1,4 @@
 #include "ScriptedPayment.h"
-#include "common/Url.h"
 
 #include <curl/curl.h>
 
@@ -8,6 +7,7 @@
 
 #include "Credentials.h"
 #include "PageForm.h"
+#include "common/Url.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/WebviewController.h"
 
@@ -30,16 +30,33 @@ std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) 
   return size * count;
 }
 
+// Why a page did not come, and whether its request left before.
+qipg::ErrorKind kindOf(CURLcode code) {
+  switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+      return qipg::ErrorKind::Timeout;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+      return qipg::ErrorKind::Tls;
+    default:
+      return qipg::ErrorKind::Network;
+  }
+}
+
 class Browser {
  public:
-  explicit Browser(const qipg::GatewayConfig& config)
-      : curl_(curl_easy_init(), &curl_easy_cleanup), caFile_(config.caFile) {}
+  Browser(const std::string& caFile, long timeoutSeconds)
+      : curl_(curl_easy_init(), &curl_easy_cleanup),
+        caFile_(caFile),
+        timeoutSeconds_(timeoutSeconds) {}
 
   bool ready() const { return curl_ != nullptr; }
 
-  // POSTs `body` to `url`; absent with a reason when there is no answer.
+  // POSTs `body` to `url`; absent when there is no answer, with the reason in `outcome`.
   std::optional<Page> post(const std::string& url, const std::string& body,
-                           const std::vector<std::string>& headers, std::string& error) {
+                           const std::vector<std::string>& headers, ScriptedOutcome& outcome) {
     CURL* c = curl_.get();
     curl_easy_reset(c);
     Page page;
@@ -55,7 +72,7 @@ class Browser {
     curl_easy_setopt(c, CURLOPT_WRITEDATA, &page.html);
     curl_easy_setopt(c, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(c, CURLOPT_CONNECTTIMEOUT, 10L);
-    curl_easy_setopt(c, CURLOPT_TIMEOUT, 60L);
+    curl_easy_setopt(c, CURLOPT_TIMEOUT, timeoutSeconds_);
     curl_easy_setopt(c, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(c, CURLOPT_NOPROXY, "*");
     curl_easy_setopt(c, CURLOPT_SSL_VERIFYPEER, 1L);
@@ -63,7 +80,11 @@ class Browser {
     if (!caFile_.empty()) curl_easy_setopt(c, CURLOPT_CAINFO, caFile_.c_str());
     const CURLcode result = curl_easy_perform(c);
     if (result != CURLE_OK) {
-      error = "the gateway at " + url + " did not answer: " + curl_easy_strerror(result);
+      long sent = 0;
+      curl_easy_getinfo(c, CURLINFO_REQUEST_SIZE, &sent);
+      outcome.kind = kindOf(result);
+      outcome.error = "the gateway at " + url + " did not answer: " + curl_easy_strerror(result);
+      outcome.unclear = sent > 0;
       return std::nullopt;
     }
     char* effective = nullptr;
@@ -87,6 +108,7 @@ class Browser {
  private:
   std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl_;
   std::string caFile_;
+  long timeoutSeconds_;
 };
 
 // `action` resolved against `base`, by libcurl's URL parser.
@@ -135,62 +157,70 @@ CardDetails::~CardDetails() {
   for (std::string* secret : {&number, &expiry, &cvv, &holder}) wipe(*secret);
 }
 
-std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& request,
-                                                      const CardDetails* card,
-                                                      const qipg::GatewayConfig& config,
-                                                      std::string& error) {
+ScriptedOutcome payWithoutWindow(const qipg::URLRequest& request, const CardDetails* card,
+                                 const std::string& finalPageURL, const std::string& caFile,
+                                 long timeoutSeconds) {
+  ScriptedOutcome outcome;
+  auto fail = [&outcome](qipg::ErrorKind kind, std::string error) {
+    outcome.kind = kind;
+    outcome.error = std::move(error);
+    return outcome;
+  };
   if (!request.url || !qipg::internal::hasLoopbackHost(*request.url)) {
-    error = "a payment without a window is for a test gateway on this machine only, not " +
-            request.url.value_or("(no URL)");
-    return std::nullopt;
+    return fail(qipg::ErrorKind::Config,
+                "a payment without a window is for a test gateway on this machine only, not " +
+                    request.url.value_or("(no URL)"));
   }
-  Browser browser(config);
-  if (!browser.ready()) {
-    error = "cannot start libcurl";
-    return std::nullopt;
-  }
-  const auto controller = qipg::WebviewController::create(config);
+  Browser browser(caFile, timeoutSeconds);
+  if (!browser.ready()) return fail(qipg::ErrorKind::Config, "cannot start libcurl");
   std::vector<std::string> headers;
   for (const auto& [name, value] : request.allHTTPHeaderFields)
     headers.push_back(name + ": " + value);
   headers.push_back("Expect:");
-  std::optional<Page> page = browser.post(*request.url, request.bodyText(), headers, error);
+  std::optional<Page> page = browser.post(*request.url, request.bodyText(), headers, outcome);
   for (int step = 0; page && step < kMostPages; ++step) {
-    if (page->url == controller->testFinalPageURL() ||
-        page->url == controller->productionFinalPageURL()) {
+    if (page->url == finalPageURL) {
       const qipg::Text result = qipg::WebviewController::extractResponseFromHtmlString(page->html);
-      if (!result) {
-        error = "the final page has no result element (HTTP " + std::to_string(page->status) + ")";
-        return std::nullopt;
+      const qipg::PaymentResponse record =
+          qipg::CommonUtilities().getPaymentResponseFromString(result);
+      if (!result || (record.statusCode() == qipg::Text("F") && !record.orderID() &&
+                      !record.transactionReferenceNo() && !record.statusDescription())) {
+        outcome.unclear = true;
+        return fail(qipg::ErrorKind::Unreadable, "the final page holds no readable result (HTTP " +
+                                                     std::to_string(page->status) + ")");
       }
-      return qipg::CommonUtilities().getPaymentResponseFromString(result);
+      outcome.record = record;
+      return outcome;
     }
     const std::optional<PageForm> form = firstForm(page->html);
     if (!form) {
       const std::string reason = firstParagraph(page->html);
-      error = "the gateway refused the payment (HTTP " + std::to_string(page->status) +
-              "): " + (reason.empty() ? "no reason given" : reason);
-      return std::nullopt;
+      if (page->status != 200) outcome.httpStatus = page->status;
+      return fail(page->status != 200 ? qipg::ErrorKind::Http : qipg::ErrorKind::Unreadable,
+                  "the gateway refused the payment (HTTP " + std::to_string(page->status) +
+                      "): " + (reason.empty() ? "no reason given" : reason));
     }
     std::optional<std::string> body = formBody(browser, *form, card);
     if (!body) {
-      error =
-          "the card form needs a card: give --test-card, --card-file, --card-stdin or "
-          "QIPG_CARD_*";
-      return std::nullopt;
+      return fail(qipg::ErrorKind::Input,
+                  "the card form needs a card: give --test-card, --card-file, --card-stdin or "
+                  "QIPG_CARD_*");
     }
     const std::string action = resolve(page->url, form->action);
     if (!qipg::internal::hasLoopbackHost(action)) {
-      error = "the form posts to a host that is not on this machine: " + action;
       wipe(*body);
-      return std::nullopt;
+      return fail(qipg::ErrorKind::Config,
+                  "the form posts to a host that is not on this machine: " + action);
     }
     page = browser.post(action, *body,
-                        {"Content-Type: application/x-www-form-urlencoded", "Expect:"}, error);
+                        {"Content-Type: application/x-www-form-urlencoded", "Expect:"}, outcome);
     wipe(*body);
   }
-  if (page) error = "no final page after " + std::to_string(kMostPages) + " pages";
-  return std::nullopt;
+  if (page) {
+    return fail(qipg::ErrorKind::Unreadable,
+                "no final page after " + std::to_string(kMostPages) + " pages");
+  }
+  return outcome;
 }
 
 }  // namespace ipg

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "qipg/GatewayConfig.h"
+#include "qipg/Error.h"
 #include "qipg/PaymentResponse.h"
 #include "qipg/URLRequest.h"
 
@@ -22,14 +22,25 @@ struct CardDetails {
   ~CardDetails();
 };
 
-// Loads `request`, submits each page's form (the card form gets `card`), and returns the
-// record of the final page (the library's final-page address under `config`). Absent, with a
-// one-line reason, when the gateway is not on a loopback host, a page cannot be fetched, a
-// page has no form to submit, or the card form needs a card and `card` is null. TLS
-// verification stays on, with `config.caFile` when set.
-std::optional<qipg::PaymentResponse> payWithoutWindow(const qipg::URLRequest& request,
-                                                      const CardDetails* card,
-                                                      const qipg::GatewayConfig& config,
-                                                      std::string& error);
+// How a payment without a window ended.
+struct ScriptedOutcome {
+  std::optional<qipg::PaymentResponse> record;      // the final page's record, when it was read
+  qipg::ErrorKind kind = qipg::ErrorKind::Network;  // else why not, as an ErrorKind
+  std::string error;                                // and in one line
+  std::optional<long> httpStatus;                   // of a page that refused the payment
+  // True when the payment may have gone ahead although no record was read: a page's request
+  // left and its answer did not come, or the final page's result could not be read.
+  bool unclear = false;
+};
+
+// Loads `request`, submits each page's form (the card form gets `card`) until the final page,
+// `finalPageURL` (the return address the library wrote into the payment message, compared
+// with each page's address as a whole text), and reads its record. No record when the gateway
+// is not on a loopback host, a page cannot be fetched within `timeoutSeconds`, a page has no
+// form to submit, or the card form needs a card and `card` is null. TLS verification stays
+// on, with `caFile` when set.
+ScriptedOutcome payWithoutWindow(const qipg::URLRequest& request, const CardDetails* card,
+                                 const std::string& finalPageURL, const std::string& caFile,
+                                 long timeoutSeconds);
 
 }  // namespace ipg

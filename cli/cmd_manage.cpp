@@ -1,5 +1,7 @@
 // ipg status | cancel | refund: ask the gateway about a transaction, cancel it or refund it,
 // through the library's own management operations, and print the record that comes back.
+#include <signal.h>
+
 #include <chrono>
 #include <future>
 #include <iostream>
@@ -40,27 +42,58 @@ const char* nameOf(Operation operation) {
   return "";
 }
 
-int exitCodeOf(qipg::ErrorKind kind) {
-  switch (kind) {
-    case qipg::ErrorKind::Input:
-    case qipg::ErrorKind::Config:
-      return kExitUsage;
-    case qipg::ErrorKind::Http:
-    case qipg::ErrorKind::Unreadable:
-      return kExitUnreadable;
-    case qipg::ErrorKind::Network:
-    case qipg::ErrorKind::Timeout:
-    case qipg::ErrorKind::Tls:
-    case qipg::ErrorKind::Cancelled:
-    case qipg::ErrorKind::ShutDown:
-      break;
-  }
+int exitCodeOf(const ErrorReport& error) {
+  if (error.outcomeUnknown) return kExitOutcomeUnknown;
+  if (error.kind == "Input" || error.kind == "Config") return kExitUsage;
+  if (error.kind == "Http" || error.kind == "Unreadable") return kExitUnreadable;
   return kExitNetwork;
 }
 
-int fail(const std::string& command, qipg::ErrorKind kind, const std::string& message, bool json) {
-  printError(std::cout, std::cerr, command, std::string(qipg::errorKindName(kind)), message, json);
-  return exitCodeOf(kind);
+int fail(const std::string& command, const ErrorReport& error, bool json) {
+  printError(std::cout, std::cerr, command, error, json);
+  return exitCodeOf(error);
+}
+
+int fail(const std::string& command, const qipg::Error& error, bool json) {
+  return fail(command, errorReport(error), json);
+}
+
+// SIGINT and SIGTERM are blocked in this thread and so in every thread started later (the
+// client's), and taken only here by sigtimedwait: no handler runs, so nothing has to be
+// async-signal-safe. They stay blocked until the process ends, once the report is out.
+class InterruptSignals {
+ public:
+  InterruptSignals() {
+    sigemptyset(&set_);
+    sigaddset(&set_, SIGINT);
+    sigaddset(&set_, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &set_, nullptr);
+  }
+  // The signal taken within `wait`; 0 when none came.
+  int take(std::chrono::milliseconds wait) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
+    const timespec timeout{static_cast<time_t>(seconds.count()),
+                           static_cast<long>((wait - seconds).count() * 1000000)};
+    const int signal = sigtimedwait(&set_, nullptr, &timeout);
+    return signal > 0 ? signal : 0;
+  }
+
+ private:
+  sigset_t set_;
+};
+
+ErrorReport interrupted(Operation operation, int signal) {
+  ErrorReport error{"Cancelled",
+                    std::string("interrupted by ") + (signal == SIGINT ? "SIGINT" : "SIGTERM") +
+                        " while waiting for the gateway's answer",
+                    false, std::nullopt};
+  if (operation != Operation::kStatus) {
+    error.outcomeUnknown = true;
+    error.message += std::string("; the ") + nameOf(operation) +
+                     " may still have taken effect at the gateway, so confirm with a status "
+                     "inquiry before retrying";
+  }
+  return error;
 }
 
 int runManagement(const ManageOptions& o, Operation operation) {
@@ -69,7 +102,7 @@ int runManagement(const ManageOptions& o, Operation operation) {
   std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
   MerchantCredentials credentials;
   if (!gateway || !merchantCredentials(o.gateway, credentials, error)) {
-    return fail(command, qipg::ErrorKind::Config, error, o.json);
+    return fail(command, {"Config", error, false, std::nullopt}, o.json);
   }
   qipg::ClientOptions options;
   options.environment = gateway->environment == qipg::IPGEnvironmentTest
@@ -79,9 +112,10 @@ int runManagement(const ManageOptions& o, Operation operation) {
   options.gateway.requestTimeoutMs = o.timeoutSeconds * 1000;
   options.merchantID = credentials.mid.value_or("");
   options.encryptionKey = credentials.key.value_or("");
+  InterruptSignals signals;  // before the client starts its threads
   qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
   wipe(options.encryptionKey);
-  if (!made) return fail(command, made.error().kind, made.error().message, o.json);
+  if (!made) return fail(command, made.error(), o.json);
   const std::shared_ptr<qipg::Client>& client = made.value();
 
   std::future<qipg::Result<qipg::PaymentResponse>> answer;
@@ -97,19 +131,29 @@ int runManagement(const ManageOptions& o, Operation operation) {
           client->refund({.orderID = o.order, .transactionRefNumber = o.ref, .amount = o.amount});
       break;
   }
+  const auto ready = [&answer] {
+    return answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  };
+  int signal = 0;
   {
     // The client ends the call at the time limit; past it (and a grace), shutting the client
     // down completes the call.
     Spinner spinner;
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(o.timeoutSeconds + 5);
-    while (answer.wait_for(std::chrono::milliseconds(100)) != std::future_status::ready) {
+    while (!ready() && signal == 0) {
+      signal = signals.take(std::chrono::milliseconds(100));
       if (std::chrono::steady_clock::now() > end) client->shutdown();
       spinner.tick();
     }
   }
+  if (!ready()) {
+    // Interrupted: the request may have left already, and its answer will never be read.
+    client->shutdown();
+    return fail(command, interrupted(operation, signal), o.json);
+  }
   const qipg::Result<qipg::PaymentResponse> result = answer.get();
   client->shutdown();
-  if (!result) return fail(command, result.error().kind, result.error().message, o.json);
+  if (!result) return fail(command, result.error(), o.json);
   printRecord(std::cout, result.value(), o.json);
   return std::cout.flush() ? kExitOk : kExitFailed;
 }
@@ -123,17 +167,18 @@ Command addManagement(CLI::App& app, Operation operation, const std::string& sum
       "A statusCode F is the gateway's verdict, with its reason in statusDescription.\n"
       "Exit status: 0 a readable answer came back; 2 bad usage or input, or an unusable\n"
       "configuration (nothing was sent); 3 no answer (Network, Timeout, Tls, Cancelled,\n"
-      "ShutDown); 4 an answer that could not be read (Unreadable) or an HTTP error (Http).\n"
-      "After a 3 or 4 from cancel or refund the operation may have been applied: check with\n"
-      "ipg status before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard "
-      "error, or with --json\n"
-      "as {\"error\": {\"kind\": ..., \"message\": ...}} on standard output.\n"
+      "ShutDown); 4 an answer that could not be read (Unreadable) or an HTTP error (Http);\n"
+      "5 a cancel or refund that may have taken effect although no usable answer came (lost\n"
+      "after it was sent, or ipg interrupted by SIGINT or SIGTERM): confirm with ipg status\n"
+      "before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard error,\n"
+      "or with --json as {\"error\": {\"kind\": ..., \"message\": ..., \"outcomeUnknown\":\n"
+      "true|false}} on standard output, with \"httpStatus\" for an HTTP error.\n"
       "While a call waits longer than a second, a spinner shows on a terminal.\n");
   sub->add_option("--order", o->order, "order ID of the transaction")
       ->required()
       ->check(kNotAnOption);
-  sub->add_option("--ref", o->ref, "the gateway's transaction reference number")
-      ->required()
+  sub->add_option("--ref", o->ref, "the gateway's transaction reference number (default empty)")
+      ->required(operation != Operation::kStatus)
       ->check(kNotAnOption);
   if (operation == Operation::kRefund) {
     sub->add_option("--amount", o->amount, "amount to refund, e.g. 3.00")->required();

@@ -5,8 +5,10 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <future>
 #include <iostream>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -48,6 +50,7 @@ struct PayOptions {
   bool noWindow = false;
   bool printRequest = false;
   bool json = false;
+  long timeoutSeconds = 60;
 };
 
 // Records the message of a failed payment call.
@@ -63,9 +66,25 @@ class FailureRecorder : public qipg::IPGResponseDelegate {
 };
 
 struct Failure {
-  std::string message;
+  ErrorReport report;
   int exitCode;
 };
+
+// A failure that certainly changed nothing.
+ErrorReport errorOf(const char* kind, std::string message) {
+  return {kind, std::move(message), false, std::nullopt};
+}
+
+Failure usage(std::string message) { return {errorOf("Input", std::move(message)), kExitUsage}; }
+
+int fail(const PayOptions& o, const Failure& failure) {
+  if (o.json) {
+    printError(std::cout, std::cerr, "pay", failure.report, true);
+  } else {
+    std::cerr << "ipg pay: " << failure.report.message << "\n";
+  }
+  return failure.exitCode;
+}
 
 // Number, expiry, CVV and holder, one a line.
 bool cardFromLines(const std::string& text, CardDetails& card) {
@@ -92,11 +111,10 @@ std::optional<Failure> readCard(const PayOptions& o, const Gateway& gateway,
       std::string names;
       for (const auto& c : qipg::sandbox::testCards())
         names += std::string(names.empty() ? "" : ", ") + c.name;
-      return Failure{"no test card \"" + o.testCard + "\" (" + names + ")", kExitUsage};
+      return usage("no test card \"" + o.testCard + "\" (" + names + ")");
     }
     if (!qipg::internal::hasLoopbackHost(gateway.baseURL)) {
-      return Failure{"test cards are for a sandbox on this machine, not " + gateway.baseURL,
-                     kExitUsage};
+      return usage("test cards are for a sandbox on this machine, not " + gateway.baseURL);
     }
     *details = {named->number, qipg::sandbox::testCardExpiry(*named), named->cvv, "Test Holder"};
   } else if (!o.cardFile.empty() || o.cardStdin) {
@@ -106,12 +124,11 @@ std::optional<Failure> readCard(const PayOptions& o, const Gateway& gateway,
     } else {
       text = readOwnerOnlyFile(o.cardFile, "card file", error);
     }
-    if (!text) return Failure{error, kExitUsage};
+    if (!text) return usage(error);
     const bool read = cardFromLines(*text, *details);
     wipe(*text);
     if (!read) {
-      return Failure{"the card takes four lines: number, expiry (MMYY), CVV, holder name",
-                     kExitUsage};
+      return usage("the card takes four lines: number, expiry (MMYY), CVV, holder name");
     }
   } else if (const std::string number = environmentValue("QIPG_CARD_NUMBER"); !number.empty()) {
     *details = {number, environmentValue("QIPG_CARD_EXPIRY"), environmentValue("QIPG_CARD_CVV"),
@@ -131,12 +148,13 @@ std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway&
                                              MerchantCredentials& credentials, Failure& failure) {
   std::string error;
   if (!merchantCredentials(o.gateway, credentials, error)) {
-    failure = {error, kExitUsage};
+    failure = {errorOf("Config", error), kExitUsage};
     return std::nullopt;
   }
   client = qipg::QuandrelIPG::create(gateway.environment, gateway.config);
   if (!client) {
-    failure = {"cannot create the client (the HTTP transport did not start)", kExitFailed};
+    failure = {errorOf("Config", "cannot create the client (the HTTP transport did not start)"),
+               kExitFailed};
     return std::nullopt;
   }
   const std::uint64_t type = o.type == "sale" ? 1 : 0;  // S captures, P only authorises
@@ -154,8 +172,7 @@ std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway&
         o.order, o.amount, o.currency, o.description, type, a[0], a[1], a[2], a[3], a[4], a[5],
         a[6], a[7], a[8], a[9], credentials.mid, credentials.key, recorder);
   }
-  if (!request)
-    failure = {recorder->message().value_or("the library returned no request"), kExitUsage};
+  if (!request) failure = usage(recorder->message().value_or("the library returned no request"));
   return request;
 }
 
@@ -209,16 +226,100 @@ RunWindow windowRunner([[maybe_unused]] const std::string& toolkit) {
   return nullptr;
 }
 
+// How a payment ended, from the window or without one.
+struct PayEnd {
+  bool cancelled = false;                           // the customer cancelled the window
+  std::optional<qipg::PaymentResponse> record;      // the final page's record, when read
+  std::optional<qipg::PaymentResponse> reconciled;  // the gateway's status record, when asked
+  std::optional<ErrorReport> error;                 // why there is no usable record
+};
+
+// Whether the gateway's status record settles how the payment ended: it answers for the
+// order, and it is not pending while a request of ours may still be on its way (a pending
+// payment whose customer cancelled the window stays unpaid).
+bool settles(const qipg::PaymentResponse& status, bool customerCancelled) {
+  return status.orderID() && status.statusCode() &&
+         (customerCancelled || *status.statusCode() != "P");
+}
+
+// The gateway's status record of the order, asked for as the payment window asks for it when
+// a payment's end is unclear: through the client that built the request, with the credentials
+// it was built with and no reference number. A call that cannot be made gives a record with
+// status "F" and the reason as its description.
+qipg::PaymentResponse askStatus(const std::shared_ptr<qipg::QuandrelIPG>& client,
+                                const std::string& order, const MerchantCredentials& credentials) {
+  auto answer = std::make_shared<std::promise<qipg::PaymentResponse>>();
+  auto once = std::make_shared<std::once_flag>();
+  std::future<qipg::PaymentResponse> status = answer->get_future();
+  auto deliver = [answer, once](const qipg::PaymentResponse& record) {
+    std::call_once(*once, [&] { answer->set_value(record); });
+  };
+  auto failed = [deliver](const std::string& reason) {
+    qipg::PaymentResponse record;
+    record.setStatusCode(std::string("F"));
+    record.setStatusDescription(reason);
+    deliver(record);
+  };
+  client->getTransactionStatus(order, std::string(), credentials.mid, credentials.key,
+                               qipg::makeResponseDelegate(deliver, failed, failed));
+  return status.get();
+}
+
+// Prints how the payment ended and returns the exit code: 0 when its end is known (the final
+// page's record, or the gateway's status record when the final page was not read), 1 when the
+// customer cancelled or the payment certainly did not go ahead, 5 when it may have gone ahead
+// and the gateway's status does not settle it.
+int report(const PayOptions& o, PayEnd end) {
+  int code = end.cancelled ? kExitFailed : kExitOk;
+  if (end.reconciled && !settles(*end.reconciled, end.cancelled)) {
+    ErrorReport unknown = end.error.value_or(
+        end.cancelled ? errorOf("Cancelled", "the customer cancelled the payment window")
+                      : errorOf("Unreadable", "the final page holds no readable result"));
+    unknown.outcomeUnknown = true;
+    unknown.message +=
+        "; the payment may still have gone through and the gateway's status does not settle "
+        "it, so confirm with a status inquiry (ipg status --order " +
+        o.order + ") before paying again";
+    end.error = unknown;
+    code = kExitOutcomeUnknown;
+  } else if (end.error && !end.reconciled) {
+    code = kExitFailed;
+  }
+  const bool reportError = end.error && code != kExitOk;
+  if (o.json) {
+    nlohmann::ordered_json answer = end.cancelled ? nlohmann::ordered_json{{"cancelled", true}}
+                                    : end.record  ? recordJson(*end.record)
+                                                  : nlohmann::ordered_json::object();
+    if (end.reconciled) answer["reconciled"] = recordJson(*end.reconciled);
+    if (reportError) answer["error"] = errorJson(*end.error);
+    std::cout << jsonLine(answer);
+  } else {
+    if (end.cancelled) std::cout << "cancelled by the customer\n";
+    if (end.record) printRecord(std::cout, *end.record, false);
+    if (end.error && !reportError) {
+      std::cerr << "ipg pay: " << end.error->message
+                << "; the gateway's status of the order follows\n";
+    }
+    if (end.reconciled) {
+      std::cout << "reconciled with the gateway:\n";
+      printRecord(std::cout, *end.reconciled, false);
+    }
+    if (reportError) std::cerr << "ipg pay: " << end.error->message << "\n";
+  }
+  return std::cout.flush() ? code : kExitFailed;
+}
+
 // Runs the window; when the payment's end was unclear (cancelled, or an unreadable final
-// page) the gateway's status record of the order follows the window's own answer.
+// page) the window asks the gateway for the order's status record.
 int openPaymentWindow(const qipg::URLRequest& request,
                       const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
                       const MerchantCredentials& credentials) {
   const RunWindow run = windowRunner(o.toolkit);
   if (run == nullptr) {
-    std::cerr << "ipg pay: " << toolkitMissing(o.toolkit)
-              << "; use --no-window against a sandbox, or --print-request\n";
-    return kExitUsage;
+    return fail(o,
+                {errorOf("Config", toolkitMissing(o.toolkit) +
+                                       "; use --no-window against a sandbox, or --print-request"),
+                 kExitUsage});
   }
   qipg::PaymentWindowOptions options;
   options.client = client;
@@ -230,74 +331,60 @@ int openPaymentWindow(const qipg::URLRequest& request,
   options.reconcile = qipg::PaymentReconciliation{o.order, credentials.mid, credentials.key, {}};
   std::string error;
   const std::optional<qipg::PaymentOutcome> outcome = run(request, options, &error);
-  if (!outcome) {
-    std::cerr << "ipg pay: " << error << "\n";
-    return kExitFailed;
-  }
-  if (o.json) {
-    nlohmann::ordered_json answer = outcome->cancelled ? nlohmann::ordered_json{{"cancelled", true}}
-                                                       : recordJson(outcome->response);
-    if (outcome->reconciled) answer["reconciled"] = recordJson(*outcome->reconciled);
-    std::cout << jsonLine(answer);
-  } else {
-    if (outcome->cancelled) {
-      std::cout << "cancelled by the customer\n";
-    } else {
-      printRecord(std::cout, outcome->response, false);
+  if (!outcome) return fail(o, {errorOf("Config", error), kExitFailed});
+  PayEnd end{outcome->cancelled, std::nullopt, outcome->reconciled, std::nullopt};
+  if (!outcome->cancelled) end.record = outcome->response;
+  return report(o, std::move(end));
+}
+
+// Completes the payment without a window; a payment whose final page was not read is
+// confirmed with the gateway's status, as the window confirms an unclear one.
+int payScripted(const qipg::URLRequest& request, const CardDetails* card,
+                const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
+                const MerchantCredentials& credentials) {
+  ScriptedOutcome outcome =
+      payWithoutWindow(request, card, client->CurrentDomainURL() + "paymentInvoice",
+                       client->config().caFile, o.timeoutSeconds);
+  PayEnd end;
+  end.record = std::move(outcome.record);
+  if (!end.record) {
+    end.error = ErrorReport{std::string(qipg::errorKindName(outcome.kind)), outcome.error, false,
+                            outcome.httpStatus};
+    if (outcome.kind == qipg::ErrorKind::Input || outcome.kind == qipg::ErrorKind::Config) {
+      return fail(o, {*end.error, kExitFailed});
     }
-    if (outcome->reconciled) {
-      std::cout << "reconciled with the gateway:\n";
-      printRecord(std::cout, *outcome->reconciled, false);
-    }
   }
-  return std::cout.flush() && !outcome->cancelled ? kExitOk : kExitFailed;
+  if (outcome.unclear) end.reconciled = askStatus(client, o.order, credentials);
+  return report(o, std::move(end));
 }
 
 int runPay(const PayOptions& o) {
   std::string error;
   const std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
-  if (!gateway) {
-    std::cerr << "ipg pay: " << error << "\n";
-    return kExitUsage;
-  }
+  if (!gateway) return fail(o, {errorOf("Config", error), kExitUsage});
   if (o.card && o.paymentType == "netbanking") {
-    std::cerr << "ipg pay: net banking is not offered by the library's card capture; use "
-                 "--payment-type credit or debit, or --standard\n";
-    return kExitUsage;
+    return fail(o, usage("net banking is not offered by the library's card capture; use "
+                         "--payment-type credit or debit, or --standard"));
   }
   std::unique_ptr<CardDetails> card;
-  if (const std::optional<Failure> failure = readCard(o, *gateway, card)) {
-    std::cerr << "ipg pay: " << failure->message << "\n";
-    return failure->exitCode;
-  }
+  if (const std::optional<Failure> failure = readCard(o, *gateway, card)) return fail(o, *failure);
   if (o.card && !card) {
-    std::cerr << "ipg pay: --card needs a card: --test-card NAME, --card-file FILE, "
-                 "--card-stdin or QIPG_CARD_NUMBER, QIPG_CARD_EXPIRY, QIPG_CARD_CVV, "
-                 "QIPG_CARD_HOLDER\n";
-    return kExitUsage;
+    return fail(o, usage("--card needs a card: --test-card NAME, --card-file FILE, "
+                         "--card-stdin or QIPG_CARD_NUMBER, QIPG_CARD_EXPIRY, QIPG_CARD_CVV, "
+                         "QIPG_CARD_HOLDER"));
   }
   std::shared_ptr<qipg::QuandrelIPG> client;
   MerchantCredentials credentials;
-  Failure failure{"", kExitOk};
+  Failure failure{{}, kExitOk};
   const std::optional<qipg::URLRequest> request =
       buildRequest(o, *gateway, card.get(), client, credentials, failure);
-  if (!request) {
-    std::cerr << "ipg pay: " << failure.message << "\n";
-    return failure.exitCode;
-  }
+  if (!request) return fail(o, failure);
   if (o.printRequest) {
     printRequest(*request, o.json);
     return std::cout.flush() ? kExitOk : kExitFailed;
   }
   if (!o.noWindow) return openPaymentWindow(*request, client, o, credentials);
-  const std::optional<qipg::PaymentResponse> record =
-      payWithoutWindow(*request, card.get(), gateway->config, error);
-  if (!record) {
-    std::cerr << "ipg pay: " << error << "\n";
-    return kExitFailed;
-  }
-  printRecord(std::cout, *record, o.json);
-  return std::cout.flush() ? kExitOk : kExitFailed;
+  return payScripted(*request, card.get(), client, o, credentials);
 }
 
 }  // namespace
@@ -314,11 +401,14 @@ Command addPayCommand(CLI::App& app) {
       "\"property: value\" line each or one JSON object with --json, and ipg exits 0; a\n"
       "statusCode F is the gateway's verdict. When the library refuses the input, its message\n"
       "is printed and ipg exits 2; a cancelled window or an unreachable page exits 1.\n"
-      "When the window cannot tell how the payment ended (the customer cancelled, or the\n"
-      "final page could not be read), ipg asks the gateway for the order's status and prints\n"
-      "that record too: after a line \"reconciled with the gateway:\", or as the\n"
-      "\"reconciled\" member with --json. The window is WebKitGTK's, or Qt WebEngine's with\n"
-      "--toolkit qt.\n");
+      "When ipg cannot tell how the payment ended (the customer cancelled, the final page\n"
+      "could not be read, or a page's request left and no answer came), it asks the gateway\n"
+      "for the order's status and prints that record too: after a line \"reconciled with the\n"
+      "gateway:\", or as the \"reconciled\" member with --json. When that record does not\n"
+      "settle it either, ipg exits 5: the payment may have gone through, so confirm with\n"
+      "ipg status before paying again. Errors print on standard error, or with --json as\n"
+      "{\"error\": {\"kind\": ..., \"message\": ..., \"outcomeUnknown\": true|false}} on\n"
+      "standard output. The window is WebKitGTK's, or Qt WebEngine's with --toolkit qt.\n");
   auto* standard = sub->add_flag("--standard", o->standard,
                                  "standard payment: the customer enters the card on the\n"
                                  "gateway's card form");
@@ -368,6 +458,10 @@ Command addPayCommand(CLI::App& app) {
       sub->add_flag("--print-request", o->printRequest, "print the request instead of paying")
           ->group("Output");
   noWindow->excludes(print);
+  sub->add_option("--timeout", o->timeoutSeconds,
+                  "with --no-window: time limit of each page in seconds (default 60)")
+      ->check(CLI::Range(1L, 3600L))
+      ->group("Output");
   addToolkitOption(*sub, o->toolkit)->group("Output");
   sub->add_flag("--json", o->json, "print the record or request as one JSON object")
       ->group("Output");

@@ -29,7 +29,9 @@ int main(int argc, char** argv) {
   app.footer(
       "Exit status: 0 when the command did its work (a management call got a readable answer,\n"
       "whatever its statusCode), 1 when it could not, 2 for bad usage or input, 3 when no answer\n"
-      "came (network, time-out, TLS), 4 for an answer that could not be read or an HTTP error.\n"
+      "came (network, time-out, TLS), 4 for an answer that could not be read or an HTTP error,\n"
+      "5 when a cancel, refund or payment may have taken effect although no answer says so:\n"
+      "confirm with a status inquiry (ipg status) before retrying.\n"
       "Run `ipg COMMAND --help` for a command's options.\n");
   try {
     app.parse(argc, argv);

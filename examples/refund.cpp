@@ -1,7 +1,7 @@
 // Refunds part of a captured payment with qipg::Client and a callback. The callback runs on a
 // library thread; this program just hands the result back to main.
 //
-//   export QIPG_TEST_BASE_URL=https://127.0.0.1:8443/ipg/ QIPG_CA_FILE=ca.pem QIPG_KEY=...
+//   export QIPG_TEST_BASE_URL=https://127.0.0.1:4431/ipg/ QIPG_CA_FILE=ca.pem QIPG_KEY=...
 //   ./example_refund ORDER1 4100 5.00
 #include <qipg/Client.h>
 

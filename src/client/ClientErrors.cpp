@@ -2,6 +2,9 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <cctype>
+#include <string_view>
 #include <utility>
 
 namespace qipg::internal {
@@ -11,13 +14,78 @@ constexpr const char* kConfirmFirst =
     "; it may still have taken effect at the gateway, so confirm with a status inquiry before "
     "retrying";
 
-// The first non-blank line of an answer, cut to a readable length.
-std::string firstLine(const Text& answer) {
-  const std::string text = answer.value_or("");
-  std::size_t start = text.find_first_not_of(" \t\r\n");
+// `text` from `from` on, the first match of `what` in any letter case; npos when none.
+std::size_t findNoCase(const std::string& text, std::string_view what, std::size_t from = 0) {
+  const auto at =
+      std::search(text.begin() + static_cast<std::ptrdiff_t>(std::min(from, text.size())),
+                  text.end(), what.begin(), what.end(), [](char a, char b) {
+                    return std::tolower(static_cast<unsigned char>(a)) ==
+                           std::tolower(static_cast<unsigned char>(b));
+                  });
+  return at == text.end() ? std::string::npos : static_cast<std::size_t>(at - text.begin());
+}
+
+// An HTML page's text: tags, comments, scripts and styles left out, the common entities read.
+std::string pageText(const std::string& html) {
+  std::string text;
+  for (std::size_t at = 0; at < html.size();) {
+    if (html[at] != '<') {
+      const std::size_t next = std::min(html.find('<', at), html.size());
+      text.append(html, at, next - at);
+      at = next;
+      continue;
+    }
+    std::string_view close = ">";
+    if (html.compare(at, 4, "<!--") == 0) close = "-->";
+    if (findNoCase(html, "<script", at) == at) close = "</script>";
+    if (findNoCase(html, "<style", at) == at) close = "</style>";
+    const std::size_t end = findNoCase(html, close, at);
+    if (end == std::string::npos) break;
+    at = end + close.size();
+    text += '\n';  // a tag may end a line of text ("<br>", "</p>")
+  }
+  for (const auto& [entity, character] : {std::pair<std::string_view, char>{"&lt;", '<'},
+                                          {"&gt;", '>'},
+                                          {"&quot;", '"'},
+                                          {"&#39;", '\''},
+                                          {"&nbsp;", ' '},
+                                          {"&amp;", '&'}}) {
+    for (std::size_t at = text.find(entity); at != std::string::npos;
+         at = text.find(entity, at + 1)) {
+      text.replace(at, entity.size(), 1, character);
+    }
+  }
+  return text;
+}
+
+// What an error page says in one line: its title, else its first line of text (an HTML page's
+// text, not its markup), cut to a readable length.
+std::string summary(const Text& answer) {
+  const std::string& body = answer ? *answer : std::string();
+  std::string text = body;
+  const std::size_t markup = body.find_first_not_of(" \t\r\n");
+  if (markup != std::string::npos && body[markup] == '<') {
+    text = pageText(body);
+    const std::size_t open = findNoCase(body, "<title");
+    const std::size_t start = open == std::string::npos ? open : body.find('>', open);
+    const std::size_t end = start == std::string::npos ? start : findNoCase(body, "</title", start);
+    if (end != std::string::npos) {
+      std::string title = pageText(body.substr(start + 1, end - start - 1));
+      for (char& c : title) {
+        if (c == '\r' || c == '\n' || c == '\t') c = ' ';
+      }
+      if (title.find_first_not_of(' ') != std::string::npos) text = title;
+    }
+  }
+  const std::size_t start = text.find_first_not_of(" \t\r\n");
   if (start == std::string::npos) return "(empty answer)";
   std::string line = text.substr(start, text.find_first_of("\r\n", start) - start);
-  if (line.size() > 120) line = line.substr(0, 117) + "...";
+  line.erase(line.find_last_not_of(" \t") + 1);
+  if (line.size() > 120) {
+    std::size_t cut = 117;
+    while (cut > 0 && (static_cast<unsigned char>(line[cut]) & 0xC0) == 0x80) --cut;  // UTF-8
+    line = line.substr(0, cut) + "...";
+  }
   return line;
 }
 
@@ -97,7 +165,7 @@ Error transportFailure(const TransportError& failure, const std::string& baseURL
 Error httpFailure(long httpStatus, const Text& body, const std::string& baseURL,
                   Operation operation) {
   Error error = makeError(ErrorKind::Http, "the gateway at " + baseURL + " answered with HTTP " +
-                                               std::to_string(httpStatus) + ": " + firstLine(body));
+                                               std::to_string(httpStatus) + ": " + summary(body));
   error.httpStatus = httpStatus;
   // The gateway received the request: whatever went wrong, it may have acted on it.
   return withOutcome(std::move(error), operation, true);

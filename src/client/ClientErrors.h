@@ -23,7 +23,8 @@ Error withOutcome(Error error, Operation operation, bool mayHaveTakenEffect);
 Error transportFailure(const TransportError& failure, const std::string& baseURL,
                        Operation operation);
 
-// An answer with an HTTP status other than 200: the status and the body's first line.
+// An answer with an HTTP status other than 200: the status and what the page says (its title,
+// else its first line of text).
 Error httpFailure(long httpStatus, const Text& body, const std::string& baseURL,
                   Operation operation);
 

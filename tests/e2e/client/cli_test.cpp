@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <thread>
 
@@ -139,9 +140,10 @@ TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
 }
 
 TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
-  startSandbox({"--fault", "cancel=http500"});
+  const std::string gateway = startSandbox({"--fault", "cancel=http500"}).value("baseURL", "");
   const std::string ref = pay("F1", "10.50");
-  const std::string magicRef = pay("F2", "7.92");  // magic: its management answers are HTTP 500
+  const std::string magicRef = pay("F2", "7.92");   // magic: its management answers are HTTP 500
+  const std::string closedRef = pay("F3", "7.93");  // and here the connection is closed
   const std::filesystem::path wrongKey = dir() / "wrong-key";
   writeFile(wrongKey, "notTheMerchantsKey0123456789ABCD\n");
   ::chmod(wrongKey.c_str(), 0600);
@@ -151,6 +153,7 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
     int exitCode;
     std::string verdict;  // the statusCode, or the error's kind
     std::string text;     // the statusDescription or the error's message; empty: not checked
+    bool outcomeUnknown = false;  // of an error
   };
   const std::vector<std::string> status = {"status", "--order", "F1", "--ref", ref};
   const std::vector<Row> rows = {
@@ -160,20 +163,29 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
        0,
        "S",
        "Refund of 2.50 INR accepted; 8.00 INR left to refund"},
-      {"", {"cancel", "--order", "F1", "--ref", ref}, 4, "Http", ""},  // --fault at the start
+      {"", {"cancel", "--order", "F1", "--ref", ref}, 5, "Http", "", true},  // --fault at start
       {"", {"status", "--order", "F2", "--ref", magicRef}, 4, "Http", ""},
+      {"", {"refund", "--order", "F2", "--ref", magicRef, "--amount", "1.00"}, 5, "Http", "", true},
+      {"",
+       {"refund", "--order", "F3", "--ref", closedRef, "--amount", "1.00"},
+       5,
+       "Network",
+       "",
+       true},
       {"",
        {"status", "--order", "F1", "--ref", ref, "--key-file", wrongKey.string()},
        4,
        "Unreadable",
        "the answer could not be opened with this merchant key (wrong key?)"},
-      {"http500", status, 4, "Http", ""},
+      {"http500", status, 4, "Http",
+       "the gateway at " + gateway + " answered with HTTP 500: Internal Server Error"},
       {"garbage", status, 4, "Unreadable", ""},
       {"close", status, 3, "Network", ""},
       {"wrong-key", status, 4, "Unreadable", ""},
       {"hang", {"status", "--order", "F1", "--ref", ref, "--timeout", "1"}, 3, "Timeout", ""},
       {"delay=1200", status, 0, "R", "Partially refunded: 2.50 of 10.50 INR"},
       {"none", {"status", "--order", "NOPE", "--ref", "1"}, 0, "F", "Transaction not found"},
+      {"", {"status", "--order", "F1"}, 0, "R", "Partially refunded: 2.50 of 10.50 INR"},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.fault + " " + row.args[0] + " " + row.args[2]);
@@ -193,6 +205,10 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
     if (!row.text.empty()) {
       EXPECT_EQ((error ? out["error"] : out).value(error ? "message" : "statusDescription", ""),
                 row.text);
+    }
+    if (error) {
+      EXPECT_EQ(out["error"].value("outcomeUnknown", !row.outcomeUnknown), row.outcomeUnknown);
+      EXPECT_EQ(out["error"].contains("httpStatus"), row.verdict == "Http");
     }
   }
 }
@@ -289,6 +305,106 @@ TEST_F(CliTest, RefusesWhatItMustNotDo) {
     EXPECT_EQ(run.exitCode, row.exitCode);
     EXPECT_EQ(run.err, row.err);
     EXPECT_EQ(run.out.find("4111111111111111"), std::string::npos);
+  }
+}
+
+// A payment's outcome as a script reads it: exit 0 only when ipg knows how the payment ended,
+// 5 when the payment may have gone through and the gateway's status does not settle it.
+TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
+  const nlohmann::json ready = startSandbox();
+  const std::string upper = "HTTPS://127.0.0.1:" + std::to_string(ready.value("port", 0)) + "/ipg/";
+  const struct {
+    std::vector<std::pair<std::string, std::string>> faults;  // endpoint, kind; reset after
+    std::vector<std::string> args;
+    int exitCode;
+    std::string statusCode;  // of the final page's record; empty: none
+    std::string reconciled;  // the status record's statusCode; empty: none
+    std::string errorKind;   // empty: no error
+    bool outcomeUnknown = false;
+  } rows[] = {
+      {{}, {"--base-url", upper}, 0, "S", "", ""},
+      // The final page times out; the gateway captures the payment after the status inquiry.
+      {{{"invoice", "delay=3000"}}, {"--timeout", "1"}, 5, "", "P", "Timeout", true},
+      // ... or before it.
+      {{{"invoice", "delay=1500"}, {"status", "delay=2500"}}, {"--timeout", "1"}, 0, "", "S", ""},
+      {{}, {"--test-card", "visa"}, 2, "", "", "Input"},
+  };
+  int order = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.args[0] + " " + row.args[1]);
+    for (const auto& [endpoint, kind] : row.faults) {
+      ASSERT_EQ(ipg({"sandbox", "fault", endpoint, kind}).exitCode, 0);
+    }
+    std::vector<std::string> args = {
+        "pay",      "--standard", "--order",     "PO" + std::to_string(++order),
+        "--amount", "4.00",       "--no-window", "--json"};
+    if (row.args[0] != "--test-card") args.insert(args.end(), {"--test-card", "approve"});
+    args.insert(args.end(), row.args.begin(), row.args.end());
+    const ProcessRun run = ipg(args);
+    EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+    nlohmann::json out = nlohmann::json::parse(run.out, nullptr, false);
+    if (!out.is_object()) out = nlohmann::json::object();
+    EXPECT_EQ(out.value("statusCode", ""), row.statusCode) << run.out;
+    EXPECT_EQ(out.contains("reconciled") ? out["reconciled"].value("statusCode", "") : "",
+              row.reconciled);
+    const nlohmann::json error = out.value("error", nlohmann::json::object());
+    EXPECT_EQ(error.value("kind", ""), row.errorKind);
+    if (!row.errorKind.empty()) {
+      EXPECT_EQ(error.value("outcomeUnknown", !row.outcomeUnknown), row.outcomeUnknown);
+    }
+    for (const auto& [endpoint, kind] : row.faults) {
+      ASSERT_EQ(ipg({"sandbox", "fault", endpoint, "none"}).exitCode, 0);
+    }
+  }
+}
+
+// A cancel or refund interrupted while it waits for its answer may have been applied: ipg says
+// so and exits 5 rather than dying silently.
+TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
+  const int port = startSandbox().value("port", 0);
+  const ProcessRun preauth =
+      ipg({"pay", "--standard", "--order", "I1", "--amount", "3.00", "--type", "preauth",
+           "--test-card", "approve", "--no-window", "--json"});
+  const std::string preauthRef =
+      nlohmann::json::parse(preauth.out, nullptr, false).value("transactionReferenceNo", "");
+  const std::string saleRef = pay("I2", "3.00");
+  ASSERT_EQ(ipg({"sandbox", "fault", "cancel", "hang"}).exitCode, 0);
+  ASSERT_EQ(ipg({"sandbox", "fault", "refund", "hang"}).exitCode, 0);
+  char portHex[8];
+  std::snprintf(portHex, sizeof portHex, ":%04X ", port);
+  const struct {
+    std::vector<std::string> args;
+    int signal;
+  } rows[] = {
+      {{"cancel", "--order", "I1", "--ref", preauthRef}, SIGINT},
+      {{"refund", "--order", "I2", "--ref", saleRef, "--amount", "1.00"}, SIGTERM},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.args[0]);
+    std::vector<std::string> argv = {program("ipg")};
+    argv.insert(argv.end(), row.args.begin(), row.args.end());
+    argv.push_back("--json");
+    Child call(argv);
+    // Held by the sandbox once its connection is up (state 01 towards the sandbox's port).
+    for (int i = 0; i < 500; ++i) {
+      const std::string tcp = qipg_test::readFile("/proc/net/tcp");
+      bool connected = false;
+      for (std::size_t at = tcp.find(portHex); at != std::string::npos && !connected;
+           at = tcp.find(portHex, at + 1)) {
+        connected = tcp.compare(at + 6, 2, "01") == 0;  // as the remote port: then the state
+      }
+      if (connected) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the request leaves
+    ::kill(call.pid(), row.signal);
+    const nlohmann::json out = nlohmann::json::parse(call.line(), nullptr, false);
+    EXPECT_EQ(call.wait(), 5);
+    ASSERT_TRUE(out.contains("error")) << out;
+    EXPECT_EQ(out["error"].value("kind", ""), "Cancelled");
+    EXPECT_EQ(out["error"].value("outcomeUnknown", false), true);
+    EXPECT_NE(out["error"].value("message", "").find("confirm with a status inquiry"),
+              std::string::npos);
   }
 }
 

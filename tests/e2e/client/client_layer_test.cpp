@@ -117,7 +117,7 @@ TEST_F(ClientLayerTest, EachErrorKindFromItsRealCause) {
        "the answer could not be opened with this merchant key (wrong key?)", false},
       {"http 500", [](auto&, auto& s) { s.setFault(Endpoint::kRefund, Fault::kHttp500); },
        refundCall(), ErrorKind::Http,
-       std::string("the gateway at {gw} answered with HTTP 500: <!DOCTYPE html>") + kConfirm, true,
+       std::string("the gateway at {gw} answered with HTTP 500: Internal Server Error") + kConfirm, true,
        500},
       {"stalled server", hang, refundCall(), ErrorKind::Timeout,
        std::string("the gateway at {gw} did not answer in time") + kConfirm, true},
