@@ -2,6 +2,7 @@
 // --ready-json and found through its "running" file, scripted payments with the named test
 // cards, faults set from the command line, and card data kept out of the process list.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
@@ -45,6 +46,8 @@ class Child {
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     out_ = ::fdopen(out[0], "r");
+    // Unbuffered, so that line() can wait on the pipe itself.
+    if (out_ != nullptr) std::setvbuf(out_, nullptr, _IONBF, 0);
   }
   ~Child() {
     if (pid_ > 0) ::kill(pid_, SIGTERM);
@@ -52,9 +55,14 @@ class Child {
     if (out_ != nullptr) std::fclose(out_);
   }
   pid_t pid() const { return pid_; }
+  // The next line of its standard output; empty when none comes within 30 seconds.
   std::string line() {
     char buffer[4096];
-    return out_ != nullptr && std::fgets(buffer, sizeof buffer, out_) ? buffer : "";
+    pollfd ready{out_ != nullptr ? ::fileno(out_) : -1, POLLIN, 0};
+    return out_ != nullptr && ::poll(&ready, 1, 30000) == 1 &&
+                   std::fgets(buffer, sizeof buffer, out_)
+               ? buffer
+               : "";
   }
   int wait() {
     int status = 0;
@@ -93,8 +101,9 @@ class CliTest : public qipg_test::ClientTest {
     return nlohmann::json::parse(sandbox_->line(), nullptr, false);
   }
 
+  // Runs ipg; one that has not ended after a minute is stopped (exit code 124).
   ProcessRun ipg(const std::vector<std::string>& args, const std::string& input = "") {
-    std::string line = quoted(program("ipg"));
+    std::string line = "timeout 60 " + quoted(program("ipg"));
     for (const std::string& arg : args) line += " " + quoted(arg);
     return shell(line, input);
   }
