@@ -1,22 +1,77 @@
 #include "Credentials.h"
 
 #include <curl/curl.h>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <openssl/crypto.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
-#include <filesystem>
+#include <cstring>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <mutex>
+#include <vector>
 
+#include "DataDir.h"
 #include "Sandbox.h"
 #include "common/Url.h"
 #include "qipg/QuandrelIPG.h"
 
+extern char** environ;
+
+// LeakSanitizer inspects the process at exit through ptrace, which a non-dumpable process
+// refuses to its own user: sanitizer builds keep the process dumpable (core files stay off).
+#if defined(__SANITIZE_ADDRESS__)
+#define QIPG_UNDER_LEAK_CHECKER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(leak_sanitizer)
+#define QIPG_UNDER_LEAK_CHECKER 1
+#endif
+#endif
+
 namespace ipg {
 namespace {
+
+// QIPG_KEY and QIPG_CARD_*: never left in the environment, where every process started later
+// (the web engine's among them) would inherit them.
+bool isSecretVariable(const char* name) {
+  return std::strcmp(name, "QIPG_KEY") == 0 || std::strncmp(name, "QIPG_CARD_", 10) == 0;
+}
+
+// The secret variables taken out of the environment; wiped at exit.
+struct Secrets {
+  std::map<std::string, std::string> values;
+  ~Secrets() {
+    for (auto& [name, value] : values) wipe(value);
+  }
+};
+
+Secrets& secrets() {
+  static Secrets kept;
+  return kept;
+}
+
+std::mutex& secretsMutex() {
+  static std::mutex mutex;
+  return mutex;
+}
+
+// Moves variable `name`, when set, from the environment into secrets(): its bytes in the
+// environment block are overwritten (so /proc/PID/environ no longer shows them) and the
+// variable is removed. The caller holds secretsMutex().
+void takeSecretVariable(const char* name) {
+  char* value = std::getenv(name);
+  if (value == nullptr) return;
+  std::string& kept = secrets().values[name];
+  wipe(kept);
+  kept = value;
+  OPENSSL_cleanse(value, std::strlen(value));
+  ::unsetenv(name);
+}
 
 // Reads one line from the terminal without echo; absent when standard input is no terminal.
 std::optional<std::string> promptSecret(const char* prompt) {
@@ -37,8 +92,36 @@ std::optional<std::string> promptSecret(const char* prompt) {
 }  // namespace
 
 std::string environmentValue(const char* name) {
-  const char* value = std::getenv(name);
-  return value != nullptr ? std::string(value) : std::string();
+  if (!isSecretVariable(name)) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? std::string(value) : std::string();
+  }
+  std::lock_guard<std::mutex> lock(secretsMutex());
+  takeSecretVariable(name);
+  const auto& kept = secrets().values;
+  const auto found = kept.find(name);
+  return found != kept.end() ? found->second : std::string();
+}
+
+void protectSecrets() {
+  const rlimit noCore{0, 0};
+  if (::setrlimit(RLIMIT_CORE, &noCore) != 0) {
+    std::cerr << "ipg: warning: cannot turn core dumps off: " << std::strerror(errno) << "\n";
+  }
+#if !defined(QIPG_UNDER_LEAK_CHECKER)
+  // Also keeps other processes of this user from reading this one's memory (ptrace, /proc).
+  if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
+    std::cerr << "ipg: warning: cannot make the process non-dumpable: " << std::strerror(errno)
+              << "\n";
+  }
+#endif
+  std::vector<std::string> names;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string name(*entry, std::strcspn(*entry, "="));
+    if (isSecretVariable(name.c_str())) names.push_back(name);
+  }
+  std::lock_guard<std::mutex> lock(secretsMutex());
+  for (const std::string& name : names) takeSecretVariable(name.c_str());
 }
 
 void wipe(std::string& secret) {
@@ -75,29 +158,20 @@ void addGatewayOptions(CLI::App& sub, GatewayOptions& o) {
 
 std::optional<std::string> readOwnerOnlyFile(const std::string& path, const std::string& what,
                                              std::string& error) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  struct stat st {};
-  if (fd < 0 || ::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    if (fd >= 0) ::close(fd);
-    error = "cannot read the " + what + " " + path;
-    return std::nullopt;
+  std::string reason;
+  std::optional<std::string> text = qipg::sandbox::readOwnFile(path, 077, &reason);
+  if (text) return text;
+  const std::string named = "the " + what + " " + path;
+  if (reason.empty()) {
+    error = named + " does not exist";
+  } else if (reason.find(" by others") != std::string::npos) {
+    error = named + " " + reason + "; make it owner-only: chmod 600";
+  } else if (reason.rfind("cannot", 0) == 0) {
+    error = named + " " + reason;
+  } else {
+    error = named + " " + reason + "; refusing it";
   }
-  if (st.st_uid != ::geteuid() || (st.st_mode & 077) != 0) {
-    ::close(fd);
-    char mode[8];
-    std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(st.st_mode & 07777));
-    error = "the " + what + " " + path + " is open to other users (mode " + mode +
-            "); make it yours and owner-only: chmod 600";
-    return std::nullopt;
-  }
-  std::string text;
-  char buffer[4096];
-  ssize_t got;
-  while ((got = ::read(fd, buffer, sizeof buffer)) > 0 && text.size() < (1u << 16)) {
-    text.append(buffer, static_cast<std::size_t>(got));
-  }
-  ::close(fd);
-  return text;
+  return std::nullopt;
 }
 
 bool merchantCredentials(const GatewayOptions& o, MerchantCredentials& c, std::string& error) {
@@ -131,20 +205,27 @@ std::optional<Gateway> resolveGateway(const GatewayOptions& o, std::string& erro
   g.config = qipg::GatewayConfig::fromEnvironment();
   std::string& base = test ? g.config.testBaseURL : g.config.productionBaseURL;
   const std::string dataDir = qipg::sandbox::defaultDataDir();
+  std::string warning, warned;
+  auto warn = [&] {
+    if (!warning.empty() && warning != warned) std::cerr << "ipg: warning: " << warning << "\n";
+    warned = warning;
+  };
   if (!o.baseURL.empty()) {
     base = o.baseURL;
   } else if (environmentValue(test ? "QIPG_TEST_BASE_URL" : "QIPG_PRODUCTION_BASE_URL").empty()) {
-    if (std::optional<std::string> running = qipg::sandbox::runningBaseURL(dataDir)) {
+    if (std::optional<std::string> running = qipg::sandbox::runningBaseURL(dataDir, &warning)) {
       base = *running;
     }
+    warn();
   }
   if (!o.caFile.empty()) {
     g.config.caFile = o.caFile;
-  } else if (g.config.caFile.empty() && qipg::internal::hasLoopbackHost(base) && !dataDir.empty()) {
-    std::error_code ignored;
-    if (std::filesystem::is_regular_file(dataDir + "/ca.pem", ignored)) {
-      g.config.caFile = dataDir + "/ca.pem";
+  } else if (g.config.caFile.empty() && qipg::internal::hasLoopbackHost(base)) {
+    if (std::optional<std::string> ca =
+            qipg::sandbox::trustedDataFile(dataDir, "ca.pem", &warning)) {
+      g.config.caFile = *ca;
     }
+    warn();
   }
   if (qipg::Text problem = g.config.problem()) {
     error = *problem;

@@ -6,10 +6,14 @@
 // Info.plist ($QIPG_BUNDLE_DIR, else beside the ipg program).
 //
 // Gateway, one rule for every command: --base-url, else $QIPG_TEST_BASE_URL or
-// $QIPG_PRODUCTION_BASE_URL (for --env), else the sandbox that `ipg sandbox` runs in its default
-// data directory (its "running" file), else the library's configured default. CA file:
-// --ca-file, else $QIPG_CA_FILE, else for a loopback gateway the CA file of the sandbox's
-// default data directory, when there is one.
+// $QIPG_PRODUCTION_BASE_URL (for --env), else the sandbox that `ipg sandbox` runs in its data
+// directory ($QIPG_SANDBOX_DIR, else the default; its "running" file), else the library's
+// configured default. CA file: --ca-file, else $QIPG_CA_FILE, else for a loopback gateway the
+// CA file of that data directory, when there is one. A "running" or CA file (or directory) of
+// another user, or one that others may change, is ignored with a warning on standard error.
+//
+// Secrets: QIPG_KEY and QIPG_CARD_* are taken out of the environment by protectSecrets() at
+// start, so that no process started later inherits them; environmentValue() still gives them.
 #pragma once
 
 #include <cstdint>
@@ -57,13 +61,22 @@ struct Gateway {
 std::optional<Gateway> resolveGateway(const GatewayOptions& options, std::string& error);
 
 
-// The contents of a regular file that only its owner (this user) may read or write; absent,
-// with a one-line reason naming `what` and the file, otherwise.
+// The contents of a regular file that only its owner (this user) may read or write, opened
+// without following a symbolic link or waiting on a FIFO; absent, with a one-line reason
+// naming `what`, the file and what is wrong with it, otherwise.
 std::optional<std::string> readOwnerOnlyFile(const std::string& path, const std::string& what,
                                              std::string& error);
 
-// The value of environment variable `name`; empty when it is not set.
+// The value of environment variable `name`; empty when it is not set. A secret variable
+// (QIPG_KEY, QIPG_CARD_*) is taken out of the environment when read, and its value kept in
+// this process (wiped at exit) for the next reads.
 std::string environmentValue(const char* name);
+
+// Turns core files off and makes the process non-dumpable, then takes every secret variable
+// out of the environment (see environmentValue). Call first thing in main(), before any card
+// data or key is read and before any thread or process is started. Says on standard error
+// what it cannot do.
+void protectSecrets();
 
 // Overwrites a secret's bytes, then empties it.
 void wipe(std::string& secret);

@@ -2,6 +2,7 @@
 #include <iostream>
 
 #include "Command.h"
+#include "Credentials.h"
 #include "qipg/Version.h"
 
 namespace ipg {
@@ -15,6 +16,7 @@ std::string maskCardNumber(std::string_view cardNumber) {
 }  // namespace ipg
 
 int main(int argc, char** argv) {
+  ipg::protectSecrets();
   CLI::App app(
       "Quandrel IPG command-line tool: payments, management calls and a local sandbox\n"
       "gateway for merchant developers.",

@@ -17,6 +17,8 @@
 #include <memory>
 #include <string_view>
 
+#include "DataDir.h"
+
 namespace qipg::sandbox::internal {
 namespace {
 
@@ -73,33 +75,23 @@ Cert newCertificate(EVP_PKEY* publicKey, long days) {
   return cert;
 }
 
-bool writeFile(const std::string& path, const std::function<bool(std::FILE*)>& write) {
-  const std::string temporary = path + ".tmp";
-  const int fd =
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return false;
-  File file(::fdopen(fd, "w"));
-  if (!file) {
-    ::close(fd);
-    return false;
-  }
-  bool ok = write(file.get()) && std::fflush(file.get()) == 0 && ::fsync(fd) == 0;
-  ok = std::fclose(file.release()) == 0 && ok;
-  if (!ok || std::rename(temporary.c_str(), path.c_str()) != 0) {
-    ::unlink(temporary.c_str());
-    return false;
-  }
-  return true;
+// Opens `path` for reading without following a symbolic link.
+File openForReading(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) return nullptr;
+  File file(::fdopen(fd, "r"));
+  if (!file) ::close(fd);
+  return file;
 }
 
 Cert readCertificate(const std::string& path) {
-  File file(std::fopen(path.c_str(), "r"));
+  File file = openForReading(path);
   if (!file) return nullptr;
   return Cert(PEM_read_X509(file.get(), nullptr, nullptr, nullptr));
 }
 
 Key readKey(const std::string& path) {
-  File file(std::fopen(path.c_str(), "r"));
+  File file = openForReading(path);
   if (!file) return nullptr;
   return Key(PEM_read_PrivateKey(file.get(), nullptr, nullptr, nullptr));
 }
@@ -163,13 +155,14 @@ bool generate(const CertificateFiles& files, const std::string& host, std::strin
 
   // Key first: a certificate on disk without its key would be useless.
   const bool written =
-      writeFile(files.keyFile,
-                [&](std::FILE* f) {
-                  return PEM_write_PrivateKey(f, serverKey.get(), nullptr, nullptr, 0, nullptr,
-                                              nullptr) == 1;
-                }) &&
-      writeFile(files.certFile, [&](std::FILE* f) { return PEM_write_X509(f, cert.get()) == 1; }) &&
-      writeFile(files.caFile, [&](std::FILE* f) { return PEM_write_X509(f, ca.get()) == 1; });
+      replaceFile(files.keyFile,
+                  [&](std::FILE* f) {
+                    return PEM_write_PrivateKey(f, serverKey.get(), nullptr, nullptr, 0, nullptr,
+                                                nullptr) == 1;
+                  }) &&
+      replaceFile(files.certFile,
+                  [&](std::FILE* f) { return PEM_write_X509(f, cert.get()) == 1; }) &&
+      replaceFile(files.caFile, [&](std::FILE* f) { return PEM_write_X509(f, ca.get()) == 1; });
   if (!written) *error = "cannot write the certificate files in the data directory";
   return written;
 }

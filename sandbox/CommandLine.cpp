@@ -1,17 +1,17 @@
 // The foreground runner shared by ipg-sandbox and `ipg sandbox`.
 #include "CommandLine.h"
 
-#include <fcntl.h>
 #include <httplib.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include <fstream>
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "DataDir.h"
 #include "Sandbox.h"
 
 namespace qipg::sandbox {
@@ -34,28 +34,37 @@ std::string shellQuoted(const std::string& text) {
   return out + "'";
 }
 
-std::string firstLine(const std::string& path) {
-  std::ifstream in(path);
-  std::string line;
-  std::getline(in, line);
-  return line;
-}
-
 // Sets a fault on the sandbox that runs in `dataDir`, through its admin endpoint.
 int setFaultOnRunning(const Settings& s, std::ostream& out, std::ostream& err,
                       const std::string& program) {
   const std::string& dir = s.options.dataDir;
-  const std::optional<std::string> base = runningBaseURL(dir);
+  std::string warning;
+  const std::optional<std::string> base = runningBaseURL(dir, &warning);
   if (!base) {
-    err << program << ": no sandbox is running in " << dir << "\n";
+    err << program << ": "
+        << (warning.empty() ? "no sandbox is running in " + dir +
+                                  " (name its data directory with --data-dir or QIPG_SANDBOX_DIR)"
+                            : warning)
+        << "\n";
     return 1;
   }
+  const std::optional<std::string> caFile = trustedDataFile(dir, "ca.pem", &warning);
+  std::string why;
+  std::optional<std::string> token = readOwnFile(adminTokenFile(dir), 077, &why);
+  if (!caFile || !token) {
+    err << program << ": "
+        << (!caFile ? (warning.empty() ? "no CA file in " + dir : warning)
+                    : adminTokenFile(dir) + " " + (why.empty() ? "is missing" : why))
+        << "\n";
+    return 1;
+  }
+  token->erase(std::min(token->find('\n'), token->size()));
   httplib::Client client(base->substr(0, base->find('/', 8)));
-  client.set_ca_cert_path((dir + "/ca.pem").c_str());
+  client.set_ca_cert_path(caFile->c_str());
   client.enable_server_certificate_verification(true);
   client.set_connection_timeout(5, 0);
   client.set_read_timeout(10, 0);
-  const httplib::Headers headers = {{"X-Sandbox-Token", firstLine(adminTokenFile(dir))}};
+  const httplib::Headers headers = {{"X-Sandbox-Token", *token}};
   const httplib::Params form = {{"endpoint", s.faultEndpoint}, {"kind", s.faultKind}};
   const auto res = client.Post("/sandbox/fault", headers, form);
   if (!res) {
@@ -128,12 +137,10 @@ int runSandbox(Settings& s, std::ostream& out, std::ostream& err, const std::str
   for (const Start& f : faults) sandbox->setFault(f.endpoint, f.fault, f.delay);
 
   const std::string runningFile = sandbox->dataDir() + "/running";
-  if (const int fd = ::open(runningFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-      fd >= 0) {
-    const std::string line = sandbox->baseURL() + "\n";
-    const bool written = ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
-    ::close(fd);
-    if (!written) ::unlink(runningFile.c_str());
+  if (!internal::replaceFile(runningFile, sandbox->baseURL() + "\n")) {
+    std::lock_guard<std::mutex> lock(*logMutex);
+    err << program << ": warning: cannot write " << runningFile
+        << "; ipg will not find this sandbox by itself" << std::endl;
   }
 
   if (s.readyJson) {
@@ -148,7 +155,8 @@ int runSandbox(Settings& s, std::ostream& out, std::ostream& err, const std::str
     out << "export QIPG_TEST_BASE_URL=" << shellQuoted(sandbox->baseURL()) << "\n"
         << "export QIPG_CA_FILE=" << shellQuoted(sandbox->caFile()) << "\n"
         << "export QIPG_MID=" << shellQuoted(kTestMerchantId) << "\n"
-        << "export QIPG_KEY=" << shellQuoted(kTestMerchantKey) << std::endl;
+        << "export QIPG_KEY=" << shellQuoted(kTestMerchantKey) << "\n"
+        << "export QIPG_SANDBOX_DIR=" << shellQuoted(sandbox->dataDir()) << std::endl;
   } else {
     out << "base URL: " << sandbox->baseURL() << "\n"
         << "CA file: " << sandbox->caFile() << std::endl;
@@ -187,8 +195,8 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
                  "port to listen on (default 4431; an error when taken; 0: any free port)")
       ->check(CLI::Range(0, 65535));
   app.add_option("--data-dir", s->options.dataDir,
-                 "database, certificates and CA file\n"
-                 "(default ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox)");
+                 "database, certificates and CA file; must be yours (default\n"
+                 "$QIPG_SANDBOX_DIR, else ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox)");
   app.add_option("--merchant", s->merchants,
                  "add a merchant or change its key (repeatable); MID 1-15 and KEY 1-32 ASCII\n"
                  "letters and digits. The key shows in the process list: a test key only")
@@ -204,7 +212,7 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
                              "{\"baseURL\", \"caFile\", \"mid\", \"port\", \"dataDir\"}");
   app.add_flag("--print-env", s->printEnv,
                "once listening, print export lines for QIPG_TEST_BASE_URL, QIPG_CA_FILE,\n"
-               "QIPG_MID and QIPG_KEY (the test merchant's)")
+               "QIPG_MID, QIPG_KEY (the test merchant's) and QIPG_SANDBOX_DIR")
       ->excludes(ready);
   app.add_option(
          "--fault", s->faults,
@@ -221,7 +229,13 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
       ->add_option("kind", s->faultKind,
                    "http500, garbage, not-utf8, huge, hang, delay=MS, close, wrong-key, none")
       ->required();
-  fault->add_option("--data-dir", s->options.dataDir, "the running sandbox's data directory");
+  fault->add_option("--data-dir", s->options.dataDir,
+                    "the running sandbox's data directory (default $QIPG_SANDBOX_DIR, else\n"
+                    "${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox)");
+  fault->footer(
+      "Spoils every later answer of ENDPOINT on the sandbox that runs in the data directory,\n"
+      "until KIND none lifts it. The sandbox must be running (ipg sandbox or ipg-sandbox);\n"
+      "this only asks it, through its admin endpoint, with the token in its data directory.\n");
   app.require_subcommand(0, 1);
 
   return [s, fault, &out, &err, program]() {
@@ -240,11 +254,19 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
   };
 }
 
-std::optional<std::string> runningBaseURL(const std::string& dataDir) {
-  if (dataDir.empty()) return std::nullopt;
-  std::ifstream in(dataDir + "/running");
-  std::string line;
-  if (!in || !std::getline(in, line) || line.rfind("https://", 0) != 0) return std::nullopt;
+std::optional<std::string> runningBaseURL(const std::string& dataDir, std::string* warning) {
+  std::string scratch;
+  if (warning == nullptr) warning = &scratch;
+  const std::optional<std::string> path = trustedDataFile(dataDir, "running", warning);
+  if (!path) return std::nullopt;
+  std::string why;
+  const std::optional<std::string> text = readOwnFile(*path, 022, &why);
+  if (!text) {
+    if (!why.empty()) *warning = "ignoring " + *path + ": it " + why;
+    return std::nullopt;
+  }
+  std::string line = text->substr(0, text->find('\n'));
+  if (line.rfind("https://", 0) != 0) return std::nullopt;
   return line;
 }
 

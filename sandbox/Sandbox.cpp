@@ -1,26 +1,24 @@
 #include "Sandbox.h"
 
-#include <fcntl.h>
 #include <httplib.h>
 #include <openssl/crypto.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <thread>
 
 #include "Certificates.h"
 #include "Connections.h"
+#include "DataDir.h"
 #include "Gateway.h"
 #include "GatewayCrypto.h"
 #include "Pages.h"
@@ -39,40 +37,6 @@ constexpr std::size_t kHugeAnswerBytes = 5u * 1024 * 1024;
 // How long a peer may take to send a whole request, TLS handshake included.
 constexpr std::chrono::milliseconds kRequestReadLimit{5000};
 constexpr char kWrongKey[] = "sandboxNotTheMerchantsKey0000000";
-
-// Creates `path` and its missing parents; the directories it creates are owner-only.
-bool makeDirectories(const std::string& path) {
-  if (path.empty()) return false;
-  struct stat st {};
-  if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
-  const std::size_t slash = path.find_last_of('/');
-  if (slash != std::string::npos && slash > 0 && !makeDirectories(path.substr(0, slash))) {
-    return false;
-  }
-  return ::mkdir(path.c_str(), 0700) == 0 || errno == EEXIST;
-}
-
-// Makes the data directory owner-only (0700) whatever it was; a reason when it cannot.
-std::optional<std::string> ownerOnlyDirectory(const std::string& path) {
-  struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    return "the data directory " + path + " is not a directory";
-  }
-  if (st.st_uid != ::geteuid()) return "the data directory " + path + " belongs to another user";
-  if ((st.st_mode & 0777) != 0700 && ::chmod(path.c_str(), 0700) != 0) {
-    return "cannot make the data directory " + path + " owner-only (0700)";
-  }
-  return std::nullopt;
-}
-
-// Writes `text` to `path`, owner-only, replacing what was there.
-bool writeOwnerOnly(const std::string& path, const std::string& text) {
-  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0) return false;
-  const bool ok = ::fchmod(fd, 0600) == 0 &&
-                  ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  return ::close(fd) == 0 && ok;
-}
 
 bool isLoopbackPeer(const std::string& address) {
   return address.rfind("127.", 0) == 0 || address == "::1" || address.rfind("::ffff:127.", 0) == 0;
@@ -312,13 +276,15 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   }
   if (options.dataDir.empty()) return fail("no data directory given");
   while (options.dataDir.size() > 1 && options.dataDir.back() == '/') options.dataDir.pop_back();
-  if (!makeDirectories(options.dataDir)) {
-    return fail("cannot create the data directory " + options.dataDir);
+  // Absolute, so that the paths it hands out (CA file, QIPG_SANDBOX_DIR) work from anywhere.
+  std::error_code noPath;
+  if (const auto absolute = std::filesystem::absolute(options.dataDir, noPath); !noPath) {
+    options.dataDir = absolute.string();
   }
-  if (auto problem = ownerOnlyDirectory(options.dataDir)) return fail(*problem);
+  if (auto problem = internal::prepareDataDir(options.dataDir)) return fail(*problem);
   impl->adminToken = internal::randomHex(32);
   if (impl->adminToken.empty() ||
-      !writeOwnerOnly(adminTokenFile(options.dataDir), impl->adminToken + "\n")) {
+      !internal::replaceFile(adminTokenFile(options.dataDir), impl->adminToken + "\n")) {
     return fail("cannot write " + adminTokenFile(options.dataDir));
   }
 
@@ -487,6 +453,8 @@ bool parseFault(const std::string& endpointName, const std::string& kind, Endpoi
 std::string adminTokenFile(const std::string& dataDir) { return dataDir + "/admin-token"; }
 
 std::string defaultDataDir() {
+  const char* named = std::getenv("QIPG_SANDBOX_DIR");
+  if (named != nullptr && named[0] != '\0') return named;
   const char* xdg = std::getenv("XDG_DATA_HOME");
   if (xdg != nullptr && xdg[0] == '/') return std::string(xdg) + "/qipg/sandbox";
   const char* home = std::getenv("HOME");

@@ -164,13 +164,17 @@ class Sandbox {
   std::unique_ptr<Impl> impl_;
 };
 
-// ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox; empty when neither variable is set.
+// $QIPG_SANDBOX_DIR (which --print-env sets), else ${XDG_DATA_HOME:-~/.local/share}/qipg/sandbox;
+// empty when none of these variables is set.
 std::string defaultDataDir();
 
 // While a foreground sandbox runs (see CommandLine.h), its base URL stands in the file
 // "running" of its data directory, so that tools can find it; the file goes when it stops.
-// Absent when no sandbox runs there (or the file is unreadable).
-std::optional<std::string> runningBaseURL(const std::string& dataDir);
+// Absent when no sandbox runs there, or when the file or the directory is not this user's own
+// or may be changed by others (see trustedDataFile in DataDir.h; `warning`, when given, then
+// says why in one line).
+std::optional<std::string> runningBaseURL(const std::string& dataDir,
+                                          std::string* warning = nullptr);
 
 // The file of the data directory (owner-only) that holds the secret which the sandbox's admin
 // endpoint (POST /sandbox/fault, loopback peers only) asks for in its X-Sandbox-Token header.

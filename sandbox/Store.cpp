@@ -170,15 +170,16 @@ std::unique_ptr<Store> Store::open(const std::string& path, std::string* error) 
     return nullptr;
   };
   // Create the file owner-only before SQLite does; its journal files take the same mode.
-  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
   if (fd < 0) return fail("cannot create the database file " + path);
   ::fchmod(fd, 0600);
   ::close(fd);
 
   sqlite3* db = nullptr;
-  const int rc =
-      sqlite3_open_v2(path.c_str(), &db,
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  const int rc = sqlite3_open_v2(
+      path.c_str(), &db,
+      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX | SQLITE_OPEN_NOFOLLOW,
+      nullptr);
   if (rc != SQLITE_OK) {
     sqlite3_close(db);
     return fail("cannot open the database " + path);

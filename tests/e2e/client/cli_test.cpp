@@ -2,13 +2,16 @@
 // --ready-json and found through its "running" file, scripted payments with the named test
 // cards, faults set from the command line, and card data kept out of the process list.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <thread>
 
 #include "e2e_support.h"
@@ -44,6 +47,8 @@ class Child {
     posix_spawn_file_actions_destroy(&actions);
     ::close(out[1]);
     out_ = ::fdopen(out[0], "r");
+    // Unbuffered, so that line() can wait on the pipe itself.
+    if (out_ != nullptr) std::setvbuf(out_, nullptr, _IONBF, 0);
   }
   ~Child() {
     if (pid_ > 0) ::kill(pid_, SIGTERM);
@@ -51,9 +56,14 @@ class Child {
     if (out_ != nullptr) std::fclose(out_);
   }
   pid_t pid() const { return pid_; }
+  // The next line of its standard output; empty when none comes within 30 seconds.
   std::string line() {
     char buffer[4096];
-    return out_ != nullptr && std::fgets(buffer, sizeof buffer, out_) ? buffer : "";
+    pollfd ready{out_ != nullptr ? ::fileno(out_) : -1, POLLIN, 0};
+    return out_ != nullptr && ::poll(&ready, 1, 30000) == 1 &&
+                   std::fgets(buffer, sizeof buffer, out_)
+               ? buffer
+               : "";
   }
   int wait() {
     int status = 0;
@@ -76,6 +86,7 @@ class CliTest : public qipg_test::ClientTest {
           {"QIPG_KEY", kKey}}) {
       env_.push_back(std::make_unique<ScopedEnv>(name, value));
     }
+    env_.push_back(std::make_unique<ScopedEnv>("QIPG_SANDBOX_DIR", std::nullopt));
   }
   void TearDown() override {
     sandbox_.reset();
@@ -91,8 +102,9 @@ class CliTest : public qipg_test::ClientTest {
     return nlohmann::json::parse(sandbox_->line(), nullptr, false);
   }
 
+  // Runs ipg; one that has not ended after a minute is stopped (exit code 124).
   ProcessRun ipg(const std::vector<std::string>& args, const std::string& input = "") {
-    std::string line = quoted(program("ipg"));
+    std::string line = "timeout 60 " + quoted(program("ipg"));
     for (const std::string& arg : args) line += " " + quoted(arg);
     return shell(line, input);
   }
@@ -116,12 +128,22 @@ TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
   EXPECT_EQ(ready["baseURL"],
             "https://127.0.0.1:" + std::to_string(ready["port"].get<int>()) + "/ipg/");
   EXPECT_EQ(ready["caFile"], (dir() / "xdg/qipg/sandbox/ca.pem").string());
-  Child printEnv({program("ipg-sandbox"), "--port", "0", "--print-env", "--data-dir",
-                  (dir() / "other").string()});
-  for (const std::string& variable :
-       std::vector<std::string>{"QIPG_TEST_BASE_URL='https://127.0.0.1:", "QIPG_CA_FILE='",
-                                "QIPG_MID='QIPGTEST0001'", "QIPG_KEY='" + kKey}) {
+  const std::string other = (dir() / "other").string();
+  Child printEnv({program("ipg-sandbox"), "--port", "0", "--print-env", "--data-dir", other});
+  for (const std::string& variable : std::vector<std::string>{
+           "QIPG_TEST_BASE_URL='https://127.0.0.1:", "QIPG_CA_FILE='", "QIPG_MID='QIPGTEST0001'",
+           "QIPG_KEY='" + kKey, "QIPG_SANDBOX_DIR='" + other + "'"}) {
     EXPECT_EQ(printEnv.line().rfind("export " + variable, 0), 0u) << variable;
+  }
+  {
+    // Every command finds the sandbox that QIPG_SANDBOX_DIR names, the fault command included.
+    ScopedEnv named("QIPG_SANDBOX_DIR", other);
+    EXPECT_EQ(ipg({"sandbox", "fault", "status", "http500"}).exitCode, 0);
+    EXPECT_EQ(ipg({"status", "--order", "O1", "--ref", "1"}).exitCode, 4);
+    EXPECT_EQ(ipg({"sandbox", "fault", "status", "none"}).exitCode, 0);
+    const std::string help = ipg({"sandbox", "fault", "--help"}).out;
+    EXPECT_NE(help.find("Spoils every later answer of ENDPOINT"), std::string::npos) << help;
+    EXPECT_EQ(help.find("Runs the Quandrel IPG sandbox"), std::string::npos) << help;
   }
   int order = 0;
   for (const qipg::sandbox::TestCard& card : qipg::sandbox::testCards()) {
@@ -248,6 +270,29 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
     for (const std::string secret : {"5555555555554444", "987", kKey.c_str()}) {
       EXPECT_EQ(cmdline.find(secret), std::string::npos) << secret;
     }
+    // Nor in what a process it starts would inherit (its environment is wiped and emptied of
+    // them; unreadable to this user is fine too), nor in a core file. Polled: this may read
+    // before the program's first lines have run.
+    const std::string pid = "/proc/" + std::to_string(payments.back()->pid());
+    std::vector<std::string> seen;
+    std::string core;
+    for (int i = 0; i < 500 && (i == 0 || !seen.empty() || core != "0 0"); ++i) {
+      if (i > 0) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      const std::string environment = qipg_test::readFile(pid + "/environ");
+      seen.clear();
+      for (const std::string& secret : std::vector<std::string>{
+               "QIPG_CARD_NUMBER=5555555555554444", "QIPG_CARD_CVV=987", "QIPG_KEY=" + kKey}) {
+        if (environment.find(secret) != std::string::npos) seen.push_back(secret);
+      }
+      const std::string limits = qipg_test::readFile(pid + "/limits");
+      std::istringstream line(
+          limits.substr(std::min(limits.find("Max core file size"), limits.size())));
+      std::string word, soft, hard;
+      line >> word >> word >> word >> word >> soft >> hard;
+      core = soft + " " + hard;
+    }
+    EXPECT_EQ(seen, std::vector<std::string>{}) << command[0];
+    EXPECT_EQ(core, "0 0") << command[0];
   }
   ASSERT_EQ(ipg({"sandbox", "fault", "invoice", "none"}).exitCode, 0);
   for (auto& payment : payments) {
@@ -257,9 +302,10 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
 }
 
 TEST_F(CliTest, RefusesWhatItMustNotDo) {
-  const std::filesystem::path open = dir() / "open-card";
+  const std::filesystem::path open = dir() / "open-card", fifo = dir() / "fifo";
   writeFile(open, "4111111111111111\n1239\n123\nJane Doe\n");
   ::chmod(open.c_str(), 0644);
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);  // read without a writer, it would wait forever
   const std::string remote = "https://gateway.example/ipg/";
   const std::string help = "Run with --help for more information.\n";
   const struct {
@@ -272,7 +318,11 @@ TEST_F(CliTest, RefusesWhatItMustNotDo) {
        "",
        2,
        "ipg pay: the card file " + open.string() +
-           " is open to other users (mode 0644); make it yours and owner-only: chmod 600\n"},
+           " is readable by others (mode 0644); make it owner-only: chmod 600\n"},
+      {{"pay", "--card", "--order", "R1", "--amount", "1", "--card-file", fifo.string()},
+       "",
+       2,
+       "ipg pay: the card file " + fifo.string() + " is not a regular file; refusing it\n"},
       {{"pay", "--card", "--order", "R1", "--amount", "1", "--test-card", "approve", "--base-url",
         remote},
        "",
@@ -306,6 +356,20 @@ TEST_F(CliTest, RefusesWhatItMustNotDo) {
     EXPECT_EQ(run.err, row.err);
     EXPECT_EQ(run.out.find("4111111111111111"), std::string::npos);
   }
+
+  // A planted "running" is ignored with a warning; a linked key file is refused by name.
+  const std::filesystem::path planted = dir() / "planted", link = dir() / "key-link";
+  std::filesystem::create_directory(planted);
+  std::filesystem::permissions(planted, std::filesystem::perms::owner_all);
+  std::filesystem::create_symlink(open, planted / "running");
+  std::filesystem::create_symlink(open, link);
+  ScopedEnv named("QIPG_SANDBOX_DIR", planted.string());
+  const ProcessRun run =
+      ipg({"status", "--order", "A1", "--ref", "1", "--key-file", link.string()});
+  EXPECT_EQ(run.exitCode, 2);
+  EXPECT_EQ(run.err, "ipg: warning: ignoring " + (planted / "running").string() +
+                         ": it is a symbolic link\nipg status: Config: the key file " +
+                         link.string() + " is a symbolic link; refusing it\n");
 }
 
 // A payment's outcome as a script reads it: exit 0 only when ipg knows how the payment ended,

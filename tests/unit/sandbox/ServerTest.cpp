@@ -10,12 +10,14 @@
 
 #include <atomic>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <thread>
 #include <tuple>
 
 #include "CommandLine.h"
+#include "DataDir.h"
 #include "GatewayCrypto.h"
 #include "SandboxTestSupport.h"
 
@@ -141,6 +143,134 @@ TEST_F(Server, KeepsItsFilesOwnerOnlyAndReusesItsCertificate) {
   restart();
   EXPECT_NE(readFile(sandbox_->caFile()), ca);
   EXPECT_EQ(status("NONE").statusDescription(), "Transaction not found");
+}
+
+// Another user may plant links in a data directory before its owner starts the sandbox: what
+// can be made anew is replaced, never written through; a database is refused; so is a
+// directory that is a link or not a directory.
+TEST(SandboxFiles, PlantedFilesAreReplacedOrRefused) {
+  TempDir dir;
+  const std::string data = dir.path() + "/data", victim = dir.path() + "/victim";
+  auto link = [&](const char* name) { ::symlink(victim.c_str(), (data + "/" + name).c_str()); };
+  auto hardLink = [&](const char* name) { ::link(victim.c_str(), (data + "/" + name).c_str()); };
+  const struct {
+    const char* name;
+    std::function<void()> plant;
+    std::string error;  // empty: the sandbox starts and the planted names are its own files
+  } rows[] = {
+      {"token and certificates as links",
+       [&] {
+         link("admin-token");
+         link("server-key.pem");
+         hardLink("ca.pem");
+         link("server-cert.pem.tmp");
+       },
+       ""},
+      {"running as a FIFO and a hard link",
+       [&] {
+         ::mkfifo((data + "/running").c_str(), 0600);
+         hardLink("admin-token.tmp");
+       },
+       ""},
+      {"database as a link", [&] { link("sandbox.sqlite3"); },
+       "the database file " + data + "/sandbox.sqlite3 is a symbolic link; refusing it"},
+      {"journal as a hard link", [&] { hardLink("sandbox.sqlite3-wal"); },
+       "the database file " + data + "/sandbox.sqlite3-wal has 2 links; refusing it"},
+      {"directory as a link",
+       [&] {
+         std::filesystem::remove_all(data);
+         std::filesystem::create_directory(dir.path() + "/elsewhere");
+         ::symlink((dir.path() + "/elsewhere").c_str(), data.c_str());
+       },
+       "the data directory " + data + " is a symbolic link; refusing it"},
+      {"directory as a file",
+       [&] {
+         std::filesystem::remove_all(data);
+         std::ofstream(data) << "x";
+       },
+       "the data directory " + data + " is not a directory; refusing it"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    std::filesystem::remove_all(data);
+    std::filesystem::create_directory(data);
+    std::ofstream(victim) << "the victim's own";
+    row.plant();
+    Options options;
+    options.dataDir = data;
+    std::string error;
+    auto sandbox = Sandbox::start(options, &error);
+    EXPECT_EQ(error, row.error);
+    EXPECT_EQ(sandbox != nullptr, row.error.empty());
+    EXPECT_EQ(readFile(victim), "the victim's own");
+    if (!sandbox) continue;
+    for (const char* name : {"admin-token", "ca.pem", "server-key.pem", "server-cert.pem"}) {
+      struct stat st {};
+      ASSERT_EQ(::lstat((data + "/" + name).c_str(), &st), 0) << name;
+      EXPECT_EQ(untrustedFileReason(st, ::geteuid(), 077, true), std::nullopt) << name;
+    }
+  }
+}
+
+// What ipg takes from a data directory, and the reasons it gives for what it ignores.
+TEST(SandboxFiles, TrustsOnlyTheUsersOwnUnchangeableFiles) {
+  struct stat own {};
+  own.st_mode = S_IFREG | 0600;
+  own.st_uid = ::geteuid();
+  own.st_nlink = 1;
+  auto with = [&](auto change) {
+    struct stat st = own;
+    change(st);
+    return st;
+  };
+  const struct {
+    struct stat st;
+    mode_t mask;
+    std::optional<std::string> reason;
+  } rows[] = {
+      {own, 077, std::nullopt},
+      {with([](struct stat& s) { s.st_uid += 1; }), 077, "belongs to another user"},
+      {with([](struct stat& s) { s.st_mode = S_IFREG | 0644; }), 077,
+       "is readable by others (mode 0644)"},
+      {with([](struct stat& s) { s.st_mode = S_IFREG | 0644; }), 022, std::nullopt},
+      {with([](struct stat& s) { s.st_mode = S_IFREG | 0620; }), 022,
+       "is writable by others (mode 0620)"},
+      {with([](struct stat& s) { s.st_mode = S_IFLNK | 0777; }), 0, "is a symbolic link"},
+      {with([](struct stat& s) { s.st_mode = S_IFIFO | 0600; }), 0, "is not a regular file"},
+      {with([](struct stat& s) { s.st_nlink = 2; }), 0, "has 2 links"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(untrustedFileReason(row.st, ::geteuid(), row.mask, true), row.reason);
+  }
+
+  TempDir dir;
+  const std::string running = dir.path() + "/running";
+  const struct {
+    std::function<void()> change;
+    std::optional<std::string> url;
+    std::string warning;
+  } files[] = {
+      {[] {}, "https://127.0.0.1:9/ipg/", ""},
+      {[&] { ::chmod(running.c_str(), 0620); }, std::nullopt,
+       "ignoring " + running + ": it is writable by others (mode 0620)"},
+      {[&] {
+         std::filesystem::rename(running, running + ".real");
+         ::symlink((running + ".real").c_str(), running.c_str());
+       },
+       std::nullopt, "ignoring " + running + ": it is a symbolic link"},
+      {[&] { ::chmod(dir.path().c_str(), 0777); }, std::nullopt,
+       "ignoring the sandbox data directory " + dir.path() +
+           ": it is writable by others (mode 0777)"},
+  };
+  for (const auto& file : files) {
+    ::chmod(dir.path().c_str(), 0700);
+    std::filesystem::remove(running);
+    ASSERT_TRUE(internal::replaceFile(running, "https://127.0.0.1:9/ipg/\n"));
+    file.change();
+    std::string warning;
+    EXPECT_EQ(runningBaseURL(dir.path(), &warning), file.url);
+    EXPECT_EQ(warning, file.warning);
+  }
 }
 
 // Peers that open a TLS handshake and then trickle it byte by byte, each byte within the read
