@@ -20,6 +20,7 @@
 
 #include "Command.h"
 #include "Toolkit.h"
+#include "common/Url.h"
 #include "qipg/Client.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
@@ -342,7 +343,7 @@ class Tour {
   bool finalPageShot() {
     if (!token_) return false;
     qipg::URLRequest request;
-    request.url = client_->CurrentDomainURL() + "paymentInvoice";
+    request.url = qipg::internal::returnURL(client_->CurrentDomainURL());
     request.httpMethod = "POST";
     const std::string body = "token=" + *token_;
     request.httpBody.assign(body.begin(), body.end());

@@ -13,12 +13,12 @@
 #include <string>
 
 #include "Command.h"
-#include "common/Url.h"
 #include "Credentials.h"
 #include "Output.h"
 #include "Sandbox.h"
 #include "ScriptedPayment.h"
 #include "Toolkit.h"
+#include "common/Url.h"
 #include "qipg/IPGResponseDelegate.h"
 #include "qipg/PaymentWindowOptions.h"
 #include "qipg/QuandrelIPG.h"
@@ -343,7 +343,7 @@ int payScripted(const qipg::URLRequest& request, const CardDetails* card,
                 const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
                 const MerchantCredentials& credentials) {
   ScriptedOutcome outcome =
-      payWithoutWindow(request, card, client->CurrentDomainURL() + "paymentInvoice",
+      payWithoutWindow(request, card, qipg::internal::returnURL(client->CurrentDomainURL()),
                        client->config().caFile, o.timeoutSeconds);
   PayEnd end;
   end.record = std::move(outcome.record);
