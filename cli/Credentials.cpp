@@ -140,9 +140,7 @@ void addGatewayOptions(CLI::App& sub, GatewayOptions& o) {
                  "file holding the merchant key on its first line; must be owner-only\n"
                  "(without it: $QIPG_KEY, else a prompt when a MID is given on a terminal)")
       ->group("Merchant and gateway");
-  sub.add_option("--key", o.key,
-                 "merchant key (discouraged: visible in the process list; prefer $QIPG_KEY)")
-      ->group("Merchant and gateway");
+  addRefusedKeyOption(sub);
   sub.add_option("--env", o.env, "gateway environment: test (default) or production")
       ->check(CLI::IsMember({"test", "production"}))
       ->group("Merchant and gateway");
@@ -174,17 +172,25 @@ std::optional<std::string> readOwnerOnlyFile(const std::string& path, const std:
   return std::nullopt;
 }
 
+void addRefusedKeyOption(CLI::App& sub) {
+  sub.add_option_function<std::string>("--key",
+                                       [](const std::string&) {
+                                         throw CLI::ValidationError(
+                                             "--key",
+                                             "a key on the command line is visible to other users "
+                                             "in the process list; use $QIPG_KEY, --key-file FILE "
+                                             "or the prompt");
+                                       })
+      ->group("");
+}
+
 bool merchantCredentials(const GatewayOptions& o, MerchantCredentials& c, std::string& error) {
   if (!o.mid.empty()) {
     c.mid = o.mid;
   } else if (std::string mid = environmentValue("QIPG_MID"); !mid.empty()) {
     c.mid = mid;
   }
-  if (!o.key.empty()) {
-    std::cerr << "ipg: warning: a key given with --key is visible to other users in the process "
-                 "list; use $QIPG_KEY or --key-file\n";
-    c.key = o.key;
-  } else if (!o.keyFile.empty()) {
+  if (!o.keyFile.empty()) {
     std::optional<std::string> text = readOwnerOnlyFile(o.keyFile, "key file", error);
     if (!text) return false;
     c.key = text->substr(0, text->find_first_of("\r\n"));

@@ -1,8 +1,8 @@
 // Where the ipg commands take the merchant's credentials and the gateway from.
 //
 // MID: --mid, else $QIPG_MID. Key: --key-file (owner-only), else $QIPG_KEY, else a prompt when
-// standard input is a terminal and a MID was given; --key still works (first) but warns, since
-// other users see it in the process list. With neither MID nor key the library reads both from
+// standard input is a terminal and a MID was given; never from the command line, where other
+// users would see it in the process list. With neither MID nor key the library reads both from
 // Info.plist ($QIPG_BUNDLE_DIR, else beside the ipg program).
 //
 // Gateway, one rule for every command: --base-url, else $QIPG_TEST_BASE_URL or
@@ -28,15 +28,18 @@ namespace ipg {
 
 struct GatewayOptions {
   std::string mid;
-  std::string key;  // from --key only; never printed
   std::string keyFile;
   std::string env = "test";
   std::string baseURL;
   std::string caFile;
 };
 
-// Adds --mid, --key, --key-file, --env, --base-url and --ca-file to `sub`.
+// Adds --mid, --key-file, --env, --base-url and --ca-file to `sub`, and the refused --key.
 void addGatewayOptions(CLI::App& sub, GatewayOptions& options);
+
+// Adds a hidden --key that refuses any value: a key on the command line would be visible to
+// every user in the process list. The refusal names the ways that are accepted.
+void addRefusedKeyOption(CLI::App& sub);
 
 // The merchant's credentials; the key is wiped when the object goes.
 struct MerchantCredentials {
@@ -46,7 +49,7 @@ struct MerchantCredentials {
 };
 
 // Fills `credentials` by the rule above; false with a one-line reason when a key file is
-// unusable. Warns on standard error when the key came from --key.
+// unusable.
 bool merchantCredentials(const GatewayOptions& options, MerchantCredentials& credentials,
                          std::string& error);
 
@@ -59,7 +62,6 @@ struct Gateway {
 // The gateway by the rule above; absent, with a one-line reason, when the configuration is
 // unusable.
 std::optional<Gateway> resolveGateway(const GatewayOptions& options, std::string& error);
-
 
 // The contents of a regular file that only its owner (this user) may read or write, opened
 // without following a symbolic link or waiting on a FIFO; absent, with a one-line reason

@@ -177,7 +177,7 @@ Command addEnvelopeCommand(CLI::App& app) {
   for (CLI::App* mode : {seal, open}) {
     mode->add_option("--key-file", o->key.keyFile,
                      "file with the key on its first line (owner-only)");
-    mode->add_option("--key", o->key.key, "the key (discouraged: visible in the process list)");
+    addRefusedKeyOption(*mode);
     auto* env = mode->add_option("--env", o->env, "use that gateway's built-in IV (default test)")
                     ->check(CLI::IsMember({"test", "production"}));
     mode->add_option("--iv", o->iv, "use this 16-character IV text instead")->excludes(env);

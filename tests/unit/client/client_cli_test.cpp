@@ -96,9 +96,11 @@ TEST_F(EnvelopeCommand, RefusalsSayWhyNeverShowTheKeyAndLeaveNothingBehind) {
        "--env: staging not in {test,production}\n" + help},
       {"envelope seal", "x", "", 2, "ipg envelope: no key: set QIPG_KEY or give --key-file FILE\n"},
       {"envelope", "", key, 2, "A subcommand is required\n" + help},
-      {"envelope seal --key " + key, "x", "", 0,
-       "ipg: warning: a key given with --key is visible to other users in the process list; use "
-       "$QIPG_KEY or --key-file\n"},
+      // Never from the command line, where every user sees it; the key itself is not echoed.
+      {"envelope seal --key " + key, "x", "", 2,
+       "--key: a key on the command line is visible to other users in the process list; use "
+       "$QIPG_KEY, --key-file FILE or the prompt\n" +
+           help},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.arguments);
