@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "e2e_support.h"
+#include "unit/client/CaptureServer.h"
 
 namespace qipg_e2e {
 namespace {
@@ -19,18 +20,7 @@ namespace {
 // line, never answers, and reports when the client closes the connection (a read of 0 bytes).
 class SilentServer {
  public:
-  SilentServer() {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 4) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      std::abort();
-    }
-    port_ = ntohs(address.sin_port);
+  SilentServer() : listener_(qipg_test::loopbackListener(port_)) {
     thread_ = std::thread([this] { serve(); });
   }
   ~SilentServer() {
@@ -63,7 +53,8 @@ class SilentServer {
     ::close(fd);
   }
 
-  int listener_ = -1, port_ = 0;
+  int port_ = 0;
+  int listener_ = -1;
   std::promise<void> arrivedPromise_, closedPromise_;
   std::future<void> arrived_ = arrivedPromise_.get_future(), closed_ = closedPromise_.get_future();
   std::thread thread_;

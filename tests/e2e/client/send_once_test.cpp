@@ -32,17 +32,7 @@ class DroppingPeer {
         std::abort();
       }
     }
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 8) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      std::abort();
-    }
-    port_ = ntohs(address.sin_port);
+    listener_ = qipg_test::loopbackListener(port_);
     thread_ = std::thread([this] { serve(); });
   }
   ~DroppingPeer() {

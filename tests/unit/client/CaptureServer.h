@@ -16,6 +16,23 @@
 
 namespace qipg_test {
 
+// A socket listening on 127.0.0.1 at an ephemeral port, which goes to `port`. Aborts the test
+// program when there is none to be had.
+inline int loopbackListener(int& port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+      ::listen(listener, 64) != 0 ||
+      ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+    std::abort();
+  }
+  port = ntohs(address.sin_port);
+  return listener;
+}
+
 // Listens on 127.0.0.1 (ephemeral port) and serves one connection at a time: reads a request
 // (head, then Content-Length bytes), keeps it, then sends `answer` (a byte at a time every
 // 200 ms when `trickle`) and closes, or with an empty `answer` says nothing until the client
@@ -24,17 +41,8 @@ class CaptureServer {
  public:
   explicit CaptureServer(std::string answer, bool trickle = false)
       : answer_(std::move(answer)), trickle_(trickle) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    listener_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    if (::bind(listener_, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-        ::listen(listener_, 64) != 0 || ::pipe(stop_) != 0 ||
-        ::getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-      std::abort();
-    }
-    port_ = ntohs(address.sin_port);
+    listener_ = loopbackListener(port_);
+    if (::pipe(stop_) != 0) std::abort();
     thread_ = std::thread([this] { serve(); });
   }
   ~CaptureServer() {
