@@ -486,7 +486,7 @@ class CurlTransport final : public Transport {
   CurlTransport(const CurlTransport&) = delete;
   CurlTransport& operator=(const CurlTransport&) = delete;
 
-  RequestId post(URLRequest request, Completion completion, PostOptions options) override {
+  RequestId send(URLRequest request, Completion completion, PostOptions options) override {
     std::unique_lock lock(state_->mutex);
     Pending pending{++state_->lastId, std::move(request), std::move(completion), options};
     const RequestId id = pending.id;

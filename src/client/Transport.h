@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "qipg/GatewayConfig.h"
 #include "qipg/TransportError.h"
@@ -83,7 +84,9 @@ class Transport {
   //   shutdown() before the answer came (kShutDown, also for posts after shutdown()), or
   //   cancel() (kCancelled).
   // Exceptions thrown by a completion are swallowed. Returns the request's id.
-  virtual RequestId post(URLRequest request, Completion completion, PostOptions options = {}) = 0;
+  RequestId post(URLRequest request, Completion completion, PostOptions options = {}) {
+    return send(std::move(request), std::move(completion), options);
+  }
 
   // Aborts the request when it is still queued or under way: the connection is closed (the
   // server sees it closed) and its completion runs once with error code kCancelled
@@ -95,6 +98,10 @@ class Transport {
   // completion has run; called from a completion it returns at once and the remaining
   // completions run on their own.
   virtual void shutdown() = 0;
+
+ protected:
+  // post() itself, without its default options.
+  virtual RequestId send(URLRequest request, Completion completion, PostOptions options) = 0;
 };
 
 }  // namespace qipg::internal

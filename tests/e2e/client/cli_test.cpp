@@ -452,6 +452,25 @@ TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
     argv.insert(argv.end(), row.args.begin(), row.args.end());
     argv.push_back("--json");
     Child call(argv);
+    // ipg takes the signals once it has blocked them, before it starts the client's threads,
+    // which keep them blocked (SigBlk holds SIGINT's and SIGTERM's bits, 0x2 and 0x4000): a
+    // slow start (a sanitizer build on a busy machine) must not get them earlier.
+    const auto blocked = [pid = call.pid()] {
+      std::error_code error;
+      for (const auto& task :
+           std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", error)) {
+        const std::string text = qipg_test::readFile(task.path() / "status");
+        const std::size_t at = text.find("SigBlk:\t");
+        if (at != std::string::npos &&
+            (std::stoull(text.substr(at + 8, 16), nullptr, 16) & 0x4002) == 0x4002) {
+          return true;
+        }
+      }
+      return false;
+    };
+    for (int i = 0; i < 1000 && !blocked(); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
     // Held by the sandbox once its connection is up (state 01 towards the sandbox's port).
     for (int i = 0; i < 500; ++i) {
       const std::string tcp = qipg_test::readFile("/proc/net/tcp");
