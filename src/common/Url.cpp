@@ -26,16 +26,25 @@ std::string lower(std::string text) {
   return text;
 }
 
+// True when `handle` holds an http or https URL.
+bool isWeb(const UrlHandle& handle) {
+  char* scheme = nullptr;
+  if (!handle || curl_url_get(handle.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) {
+    return false;
+  }
+  const std::string name = lower(scheme);
+  curl_free(scheme);
+  return name == "http" || name == "https";
+}
+
 std::string canonicalOnce(const std::string& url) {
   // Only web addresses have a canonical form; any other text stays as it is.
   if (url.find('\0') != std::string::npos) return url;
   UrlHandle handle = parse(url);
-  char* scheme = nullptr;
-  if (!handle || curl_url_get(handle.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) return url;
-  const bool web = lower(scheme) == "http" || lower(scheme) == "https";
-  curl_free(scheme);
   char* host = nullptr;
-  if (!web || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return url;
+  if (!isWeb(handle) || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
+    return url;
+  }
   curl_url_set(handle.get(), CURLUPART_HOST, lower(host).c_str(), 0);
   curl_free(host);
   char* text = nullptr;
@@ -71,7 +80,7 @@ std::string hostOf(const std::string& url) {
 }
 
 bool hasLoopbackHost(const std::string& url) {
-  if (url.find('\0') != std::string::npos) return false;
+  if (url.find('\0') != std::string::npos || !isWeb(parse(url))) return false;
   const std::string host = hostOf(url);
   if (host == "localhost") return true;
   in6_addr v6{};

@@ -22,8 +22,8 @@ std::string returnURL(const std::string& baseURL);
 // The host of `url` in lower case (an IPv6 address without its brackets); "" when none.
 std::string hostOf(const std::string& url);
 
-// The one loopback rule of the library and its tools: true when `url` parses (libcurl's URL
-// parser) and its host is "localhost" in any letter case, an IPv4 address in 127.0.0.0/8, or
+// The one loopback rule of the library and its tools: true when `url` is an http or https URL
+// (read by libcurl's URL parser) and its host is "localhost" in any letter case, an IPv4 address in 127.0.0.0/8, or
 // the IPv6 loopback ::1 (also as an IPv4-mapped 127.x address). Names under "localhost." and
 // other names that merely resolve to this machine are not loopback: what a name resolves to can
 // change, the address cannot. Such a host may be reached over plain http and never through a
