@@ -1,8 +1,12 @@
-// The cost of qipg::Client over the interface layer: one status call through Client (future
-// and callback forms) against the same call through QuandrelIPG with a delegate, in the same
-// run, against the same sandbox gateway. A call takes a few hundred microseconds of network
-// round trip on a shared machine, so each figure is the median of repetitions run in random
-// interleaved order (the row without an aggregate suffix is the median).
+// Status calls as a host sees them: against the standalone ipg-sandbox program (its own
+// process, as a real gateway is), through qipg::Client (future and callback forms) and through
+// QuandrelIPG with a delegate, each against a bare libcurl easy handle reused on the calling
+// thread that posts an equally sealed form to the same endpoint. A call takes a few hundred
+// microseconds of loopback round trip on a shared machine, so each figure is the median of 9
+// repetitions of 100 calls run in random interleaved order (the row without an aggregate
+// suffix is the median).
+#include <curl/curl.h>
+
 #include <condition_variable>
 #include <cstdlib>
 #include <memory>
@@ -12,8 +16,9 @@
 
 #include "Ratio.h"
 #include "Sandbox.h"
-#include "SandboxDir.h"
+#include "StandaloneSandbox.h"
 #include "qipg/Client.h"
+#include "qipg/Cryptography.h"
 #include "qipg/IPGResponseDelegate.h"
 #include "qipg/QuandrelIPG.h"
 
@@ -21,16 +26,17 @@ namespace {
 
 const std::string kMID = qipg::sandbox::kTestMerchantId;
 const std::string kKey = qipg::sandbox::kTestMerchantKey;
+constexpr int kCallsPerRepetition = 100;
 
 struct Setup {
-  qipg_bench::SandboxDir gateway;
+  qipg_bench::StandaloneSandbox gateway;
   std::shared_ptr<qipg::QuandrelIPG> ipg;
   std::shared_ptr<qipg::Client> client;
 
   Setup() {
     qipg::ClientOptions clientOptions;
-    clientOptions.gateway.testBaseURL = gateway.sandbox->baseURL();
-    clientOptions.gateway.caFile = gateway.sandbox->caFile();
+    clientOptions.gateway.testBaseURL = gateway.baseURL();
+    clientOptions.gateway.caFile = gateway.caFile();
     clientOptions.merchantID = kMID;
     clientOptions.encryptionKey = kKey;
     ipg = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, clientOptions.gateway);
@@ -75,7 +81,10 @@ void BM_StatusThroughQuandrelIPG(benchmark::State& state) {
     answered.wait();
   }
 }
-BENCHMARK(BM_StatusThroughQuandrelIPG)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StatusThroughQuandrelIPG)
+    ->Iterations(kCallsPerRepetition)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 void BM_StatusThroughClientFuture(benchmark::State& state) {
   Setup& s = setup();
@@ -84,7 +93,10 @@ void BM_StatusThroughClientFuture(benchmark::State& state) {
     if (!answer) state.SkipWithError(answer.error().message.c_str());
   }
 }
-BENCHMARK(BM_StatusThroughClientFuture)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StatusThroughClientFuture)
+    ->Iterations(kCallsPerRepetition)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 void BM_StatusThroughClientCallback(benchmark::State& state) {
   Setup& s = setup();
@@ -96,7 +108,43 @@ void BM_StatusThroughClientCallback(benchmark::State& state) {
     answered.wait();
   }
 }
-BENCHMARK(BM_StatusThroughClientCallback)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_StatusThroughClientCallback)
+    ->Iterations(kCallsPerRepetition)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+
+std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+// What a host would write without the library: one easy handle, reused, on its own thread,
+// posting the status form the library sends for the same order.
+void BM_StatusBareCurl(benchmark::State& state) {
+  Setup& s = setup();
+  const std::string url = s.gateway.baseURL() + "getTransactionStatus";
+  const std::string form = "merchantReqStrT=" +
+                           qipg::encryptTextWithEncKey(kMID + "|BENCH1||||||||||||", kKey) +
+                           "&mid=" + kMID + "&iosEnc=true";
+  curl_slist* headers =
+      curl_slist_append(nullptr, "Content-Type: application/x-www-form-urlencoded");
+  headers = curl_slist_append(headers, "Expect:");
+  CURL* easy = curl_easy_init();
+  curl_easy_setopt(easy, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(easy, CURLOPT_CAINFO, s.gateway.caFile().c_str());
+  curl_easy_setopt(easy, CURLOPT_PROXY, "");
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, form.c_str());
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(form.size()));
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discard);
+  for (auto _ : state) {
+    if (curl_easy_perform(easy) != CURLE_OK) state.SkipWithError("post failed");
+  }
+  curl_easy_cleanup(easy);
+  curl_slist_free_all(headers);
+}
+BENCHMARK(BM_StatusBareCurl)
+    ->Iterations(kCallsPerRepetition)
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 
 // Hands the ratio table the median of each benchmark's repetitions, under its plain name.
 class MedianReporter : public qipg_bench::RatioReporter {
@@ -116,6 +164,7 @@ class MedianReporter : public qipg_bench::RatioReporter {
 }  // namespace
 
 int main(int argc, char** argv) {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
   setup();
   std::vector<char*> args(argv, argv + argc);
   std::string interleave = "--benchmark_enable_random_interleaving=true";
@@ -128,8 +177,12 @@ int main(int argc, char** argv) {
   MedianReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   reporter.printRatios(
-      {{"BM_StatusThroughClientFuture/real_time", "BM_StatusThroughQuandrelIPG/real_time"},
-       {"BM_StatusThroughClientCallback/real_time", "BM_StatusThroughQuandrelIPG/real_time"}});
+      {{"BM_StatusThroughClientFuture/iterations:100/real_time",
+        "BM_StatusBareCurl/iterations:100/real_time"},
+       {"BM_StatusThroughClientCallback/iterations:100/real_time",
+        "BM_StatusBareCurl/iterations:100/real_time"},
+       {"BM_StatusThroughQuandrelIPG/iterations:100/real_time",
+        "BM_StatusBareCurl/iterations:100/real_time"}});
   benchmark::Shutdown();
   return 0;
 }
