@@ -305,6 +305,9 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
   if (!impl->server->is_valid()) return fail("cannot set up TLS with the sandbox certificate");
   // Short time-outs bound stop(): an idle or silent connection is let go within seconds.
   impl->server->set_keep_alive_timeout(1);
+  // As a gateway behind a common web server would: many requests per connection (httplib's
+  // default of 5 would cost a TLS handshake every fifth call).
+  impl->server->set_keep_alive_max_count(1000);
   impl->server->set_read_timeout(3, 0);
   impl->server->set_write_timeout(5, 0);
   impl->server->set_payload_max_length(1u << 20);
