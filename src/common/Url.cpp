@@ -56,6 +56,17 @@ std::string canonicalOnce(const std::string& url) {
   return out;
 }
 
+// The host of the URL in `handle` in lower case, without an IPv6 address's brackets.
+std::string hostIn(const UrlHandle& handle) {
+  char* host = nullptr;
+  if (!handle || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return "";
+  std::string out = lower(host);
+  curl_free(host);
+  if (out.size() > 1 && out.front() == '[' && out.back() == ']')
+    out = out.substr(1, out.size() - 2);
+  return out;
+}
+
 }  // namespace
 
 std::string canonicalURL(const std::string& url) {
@@ -68,20 +79,13 @@ std::string returnURL(const std::string& baseURL) {
   return canonicalURL(baseURL) + "paymentInvoice";
 }
 
-std::string hostOf(const std::string& url) {
-  UrlHandle handle = parse(url);
-  char* host = nullptr;
-  if (!handle || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return "";
-  std::string out = lower(host);
-  curl_free(host);
-  if (out.size() > 1 && out.front() == '[' && out.back() == ']')
-    out = out.substr(1, out.size() - 2);
-  return out;
-}
+std::string hostOf(const std::string& url) { return hostIn(parse(url)); }
 
 bool hasLoopbackHost(const std::string& url) {
-  if (url.find('\0') != std::string::npos || !isWeb(parse(url))) return false;
-  const std::string host = hostOf(url);
+  if (url.find('\0') != std::string::npos) return false;
+  const UrlHandle handle = parse(url);
+  if (!isWeb(handle)) return false;
+  const std::string host = hostIn(handle);
   if (host == "localhost") return true;
   in6_addr v6{};
   if (inet_pton(AF_INET6, host.c_str(), &v6) == 1) {
