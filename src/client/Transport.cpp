@@ -342,7 +342,7 @@ class TransferRunner {
     if (!headers) return fail("malformed header field");
     transfer->headers = std::move(*headers);
     transfer->body = std::move(pending.request.httpBody);
-    transfer->easy.reset(curl_easy_init());
+    transfer->easy = takeEasy();
     CURL* easy = transfer->easy.get();
     if (easy == nullptr) return fail("cannot create a transfer");
 
@@ -358,7 +358,7 @@ class TransferRunner {
     set(CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
 #endif
     // An empty proxy turns off the proxy variables of the environment for this request.
-    if (hasLoopbackHost(*request.url)) set(CURLOPT_PROXY, "");
+    if (isLoopback(*request.url)) set(CURLOPT_PROXY, "");
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_ERRORBUFFER, transfer->errorBuffer);
     set(CURLOPT_WRITEFUNCTION, &onAnswerBytes);
@@ -426,6 +426,42 @@ class TransferRunner {
       live_.erase(found);
       curl_multi_remove_handle(multi, easy);
       finish(*transfer, code);
+      recycle(std::move(transfer->easy));
+    }
+  }
+
+  // hasLoopbackHost for `url`, remembered for the last URL asked about: a transport posts to
+  // the few endpoints of one gateway, so most calls need not read their URL again.
+  bool isLoopback(const std::string& url) {
+    if (url == lastURL_) return lastURLIsLoopback_;
+    const bool loopback = hasLoopbackHost(url);
+    try {
+      lastURL_ = url;
+      lastURLIsLoopback_ = loopback;
+    } catch (...) {
+      lastURL_.clear();  // "" is never a loopback URL, so the pair stays true
+      lastURLIsLoopback_ = false;
+    }
+    return loopback;
+  }
+
+  // A handle that a finished transfer left, reset to libcurl's defaults, or a new one: reusing
+  // one spares each call the handle's set-up and its buffers.
+  EasyHandle takeEasy() {
+    if (spare_.empty()) return EasyHandle(curl_easy_init());
+    EasyHandle easy = std::move(spare_.back());
+    spare_.pop_back();
+    return easy;
+  }
+
+  void recycle(EasyHandle easy) noexcept {
+    if (!easy || spare_.size() >= kSpareHandles) return;
+    // Reset at once, so that a kept handle points to nothing of the transfer it served.
+    curl_easy_reset(easy.get());
+    try {
+      spare_.push_back(std::move(easy));
+    } catch (...) {
+      // Not kept: cleaned up here.
     }
   }
 
@@ -471,9 +507,15 @@ class TransferRunner {
     }
   }
 
+  // As many handles as calls that usually run side by side on one host's connections.
+  static constexpr std::size_t kSpareHandles = kMaxHostConnections;
+
   std::shared_ptr<State> state_;
   std::map<RequestId, Pending> waiting_;  // by id, so in the order posted
   std::map<CURL*, std::unique_ptr<Transfer>> live_;
+  std::string lastURL_;
+  bool lastURLIsLoopback_ = false;
+  std::vector<EasyHandle> spare_;
 };
 
 class CurlTransport final : public Transport {
