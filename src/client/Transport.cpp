@@ -10,6 +10,8 @@
 #include <curl/curl.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <condition_variable>
 #include <deque>
@@ -35,6 +37,10 @@ constexpr long kMaxHostConnections = 6;
 constexpr long kMaxCachedConnections = 12;
 // How long the thread sleeps when nothing happens; posts and shutdown wake it at once.
 constexpr int kIdlePollMs = 10000;
+// How long the thread keeps looking at the queue after the last transfer ended, before it
+// sleeps: a host that posts again within this needs no wake-up, which costs about as much
+// as the rest of the call's work on a virtual machine.
+constexpr auto kWatchAfterAnswer = std::chrono::microseconds(150);
 // Time-outs above this are taken as this (about 11 days).
 constexpr double kLongestTimeoutMs = 1e9;
 
@@ -108,6 +114,8 @@ struct State {
   std::vector<RequestId> cancels;  // guarded by mutex
   RequestId lastId = 0;            // guarded by mutex
   bool stopping = false;           // guarded by mutex
+  bool watching = false;           // guarded by mutex: the thread looks at the queue itself
+  std::atomic<bool> posted{false};  // a request was queued since the thread began watching
   bool threadRunning = false;      // guarded by mutex
   std::thread::id threadId;        // guarded by mutex
 };
@@ -275,8 +283,9 @@ class TransferRunner {
       startWaiting();
       int running = 0;
       curl_multi_perform(multi, &running);
-      finishDone();
+      const bool answered = finishDone();
       startWaiting();
+      if (answered && live_.empty() && waiting_.empty() && watchForPosts()) continue;
       curl_multi_poll(multi, nullptr, 0, kIdlePollMs, nullptr);
     }
     {
@@ -412,9 +421,35 @@ class TransferRunner {
     }
   }
 
-  // Hands every finished transfer to its completion.
-  void finishDone() {
+  // Looks at the queue for a short while, so that a host's next request finds the thread
+  // awake; true when there is something to do. Only where another core can run the host.
+  bool watchForPosts() {
+    static const bool worthIt = std::thread::hardware_concurrency() > 1;
+    if (!worthIt) return false;
+    auto hasWork = [this] {
+      return !state_->queue.empty() || !state_->cancels.empty() || state_->stopping;
+    };
+    {
+      std::lock_guard lock(state_->mutex);
+      if (hasWork()) return true;
+      state_->watching = true;
+      state_->posted.store(false, std::memory_order_relaxed);
+    }
+    const auto until = std::chrono::steady_clock::now() + kWatchAfterAnswer;
+    while (!state_->posted.load(std::memory_order_acquire) &&
+           std::chrono::steady_clock::now() < until) {
+      std::this_thread::yield();
+    }
+    // A request queued from here on wakes the thread as usual.
+    std::lock_guard lock(state_->mutex);
+    state_->watching = false;
+    return hasWork();
+  }
+
+  // Hands every finished transfer to its completion; true when there was one.
+  bool finishDone() {
     CURLM* multi = state_->multi.get();
+    bool any = false;
     int left = 0;
     while (CURLMsg* message = curl_multi_info_read(multi, &left)) {
       if (message->msg != CURLMSG_DONE) continue;
@@ -427,7 +462,9 @@ class TransferRunner {
       curl_multi_remove_handle(multi, easy);
       finish(*transfer, code);
       recycle(std::move(transfer->easy));
+      any = true;
     }
+    return any;
   }
 
   // hasLoopbackHost for `url`, remembered for the last URL asked about: a transport posts to
@@ -541,7 +578,11 @@ class CurlTransport final : public Transport {
           state_->threadId = thread_.get_id();
         }
         state_->queue.push_back(std::move(pending));
-        curl_multi_wakeup(state_->multi.get());
+        if (state_->watching) {
+          state_->posted.store(true, std::memory_order_release);
+        } else {
+          curl_multi_wakeup(state_->multi.get());
+        }
         return id;
       } catch (...) {
         refusal = failure(TransportError::kOwnReason, "cannot start the transport thread");
