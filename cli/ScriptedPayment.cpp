@@ -113,16 +113,9 @@ class Browser {
 
 // `action` resolved against `base`, by libcurl's URL parser.
 std::string resolve(const std::string& base, const std::string& action) {
-  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), &curl_url_cleanup);
-  char* text = nullptr;
-  if (!url || curl_url_set(url.get(), CURLUPART_URL, base.c_str(), 0) != CURLUE_OK ||
-      curl_url_set(url.get(), CURLUPART_URL, action.c_str(), 0) != CURLUE_OK ||
-      curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
-    return {};
-  }
-  std::string out = text;
-  curl_free(text);
-  return out;
+  const qipg::internal::UrlHandle url = qipg::internal::parseURL(base, 0);
+  if (!url || curl_url_set(url.get(), CURLUPART_URL, action.c_str(), 0) != CURLUE_OK) return {};
+  return qipg::internal::urlPart(url, CURLUPART_URL).value_or("");
 }
 
 // The form's body as a browser encodes it, with the card filled in; absent when the form asks

@@ -257,8 +257,7 @@ class Tour {
   qipg::PaymentWindowOptions windowOptions(const std::string& title) const {
     qipg::PaymentWindowOptions options;
     options.title = title;
-    options.trustedCAFile = sandbox_->caFile();
-    options.trustedHost = "127.0.0.1";
+    options.trustedCAFile = sandbox_->caFile();  // for the request's own host
     return options;
   }
 

@@ -1,6 +1,5 @@
 // ipg pay: a standard or card-capture payment, in the payment window, without one (scripted,
 // against a sandbox on this machine), or just the request the library builds for it.
-#include <curl/curl.h>
 
 #include <array>
 #include <cstdint>
@@ -198,20 +197,6 @@ void printRequest(const qipg::URLRequest& request, bool json) {
 
 // ---- the payment window: every window code path of the command is here.
 
-// The host of an absolute URL as the web views name it (IPv6 without brackets); empty when none.
-std::string hostOf(const std::string& url) {
-  std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> parsed(curl_url(), &curl_url_cleanup);
-  char* host = nullptr;
-  if (!parsed || curl_url_set(parsed.get(), CURLUPART_URL, url.c_str(), 0) != CURLUE_OK ||
-      curl_url_get(parsed.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
-    return {};
-  }
-  std::string name = host;
-  curl_free(host);
-  if (name.size() > 2 && name.front() == '[') name = name.substr(1, name.size() - 2);
-  return name;
-}
-
 using RunWindow = std::optional<qipg::PaymentOutcome> (*)(const qipg::URLRequest&,
                                                           qipg::PaymentWindowOptions, std::string*);
 
@@ -324,10 +309,7 @@ int openPaymentWindow(const qipg::URLRequest& request,
   qipg::PaymentWindowOptions options;
   options.client = client;
   options.title = o.card ? "Card payment" : "Payment";
-  if (!client->config().caFile.empty() && request.url) {
-    options.trustedCAFile = client->config().caFile;
-    options.trustedHost = hostOf(*request.url);
-  }
+  options.trustedCAFile = client->config().caFile;  // for the request's own host
   options.reconcile = qipg::PaymentReconciliation{o.order, credentials.mid, credentials.key, {}};
   std::string error;
   const std::optional<qipg::PaymentOutcome> outcome = run(request, options, &error);

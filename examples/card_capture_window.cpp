@@ -11,7 +11,6 @@
 //
 // Card data is read from standard input, never from the command line, and never printed.
 // Needs a display (or Xvfb). Exits 0 when the gateway confirms the payment ("S").
-#include <curl/curl.h>
 #include <qipg/PaymentWindow.h>
 #include <qipg/qipg.h>
 #include <string.h>  // explicit_bzero
@@ -36,19 +35,6 @@ struct Card {
     }
   }
 };
-
-std::string hostOf(const std::string& url) {
-  std::string host;
-  CURLU* parsed = curl_url();
-  char* part = nullptr;
-  if (parsed != nullptr && curl_url_set(parsed, CURLUPART_URL, url.c_str(), 0) == CURLUE_OK &&
-      curl_url_get(parsed, CURLUPART_HOST, &part, 0) == CURLUE_OK) {
-    host = part;
-  }
-  curl_free(part);
-  curl_url_cleanup(parsed);
-  return host;
-}
 
 std::optional<qipg::PaymentResponse> confirm(qipg::QuandrelIPG& client, const std::string& order,
                                              const qipg::Text& reference, const char* key) {
@@ -103,10 +89,8 @@ int main(int argc, char** argv) {
   qipg::PaymentWindowOptions options;
   options.gateway = client->config();
   options.title = "Pay " + std::string(argv[2]) + " INR";
-  if (!options.gateway.caFile.empty()) {  // the sandbox's own CA, for its host only
-    options.trustedCAFile = options.gateway.caFile;
-    options.trustedHost = hostOf(options.gateway.testBaseURL);
-  }
+  // The sandbox's own CA, trusted for the request's host only (empty: the system's store).
+  options.trustedCAFile = options.gateway.caFile;
   std::string error;
   const std::optional<qipg::PaymentOutcome> outcome =
       qipg::runPaymentWindow(*request, options, &error);

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "FuzzedText.h"
-#include "client/ClientChecks.h"
+#include "cxx/ClientChecks.h"
 
 namespace {
 

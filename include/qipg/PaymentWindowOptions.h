@@ -69,7 +69,8 @@ struct QIPG_EXPORT PaymentWindowOptions {
   GatewayConfig gateway = GatewayConfig::fromEnvironment();
 
   /// A PEM file of certificate authorities trusted for `trustedHost` only (a host name or an
-  /// IP address, without port). Both empty: the system's trust store alone.
+  /// IP address, without port). With `trustedHost` empty, it is trusted for the host of the
+  /// request's own URL. Both empty: the system's trust store alone.
   std::string trustedCAFile;
   std::string trustedHost;  ///< The one host `trustedCAFile` is trusted for.
 

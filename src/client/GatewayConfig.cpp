@@ -16,18 +16,6 @@
 namespace qipg {
 namespace {
 
-// Owner of a libcurl URL handle.
-struct UrlHandleDeleter {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-using UrlHandle = std::unique_ptr<CURLU, UrlHandleDeleter>;
-
-// Owner of a text that libcurl allocated.
-struct CurlTextDeleter {
-  void operator()(char* text) const { curl_free(text); }
-};
-using CurlText = std::unique_ptr<char, CurlTextDeleter>;
-
 // A URL as it can stand in a one-line message: control characters become "?", and a text
 // too long for a line is cut.
 std::string printable(std::string_view text) {
@@ -46,14 +34,6 @@ std::string asciiLower(std::string text) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
   return text;
-}
-
-// One part of a parsed URL; absent when the URL has none.
-Text part(CURLU* url, CURLUPart which, unsigned flags = 0) {
-  char* raw = nullptr;
-  if (curl_url_get(url, which, &raw, flags) != CURLUE_OK || raw == nullptr) return std::nullopt;
-  const CurlText owned(raw);
-  return std::string(raw);
 }
 
 // A base URL as libcurl's URL parser reads it: its canonical form, or why it is refused.
@@ -77,19 +57,15 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
     }
   }
 
-  UrlHandle handle(curl_url());
-  if (!handle) return refuse(" cannot be checked (out of memory): " + shown);
-  // Parse any scheme, so that "ftp://..." is refused for its scheme, not as malformed.
-  if (curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-      CURLUE_OK) {
-    return refuse(" is not a valid URL: " + shown);
-  }
-  const Text scheme = part(handle.get(), CURLUPART_SCHEME);
-  const Text host = part(handle.get(), CURLUPART_HOST);
+  // Any scheme is read, so that "ftp://..." is refused for its scheme, not as malformed.
+  const internal::UrlHandle handle = internal::parseURL(url, CURLU_NON_SUPPORT_SCHEME);
+  if (!handle) return refuse(" is not a valid URL: " + shown);
+  const Text scheme = internal::urlPart(handle, CURLUPART_SCHEME);
+  const Text host = internal::urlPart(handle, CURLUPART_HOST);
   if (!scheme) return refuse(" is not a valid URL: " + shown);
   if (!host || host->empty()) return refuse(" has no host: " + shown);
   // Not shown: it may hold a password.
-  if (part(handle.get(), CURLUPART_USER) || part(handle.get(), CURLUPART_PASSWORD)) {
+  if (internal::urlPart(handle, CURLUPART_USER) || internal::urlPart(handle, CURLUPART_PASSWORD)) {
     return refuse(" must not carry a user name or password");
   }
   if (url.find('\\') != std::string::npos) return refuse(" must not contain a backslash: " + shown);
@@ -97,8 +73,9 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
   if (url.find('%') != std::string::npos) {
     return refuse(" must not contain percent-escapes: " + shown);
   }
-  if (part(handle.get(), CURLUPART_QUERY)) return refuse(" must not have a query: " + shown);
-  if (part(handle.get(), CURLUPART_FRAGMENT)) return refuse(" must not have a fragment: " + shown);
+  if (internal::urlPart(handle, CURLUPART_QUERY)) return refuse(" must not have a query: " + shown);
+  if (internal::urlPart(handle, CURLUPART_FRAGMENT))
+    return refuse(" must not have a fragment: " + shown);
 
   // Longer names are no DNS names; resolving them would only fail later and slower.
   constexpr std::size_t kLongestHost = 253;
@@ -106,7 +83,7 @@ BaseURL readBaseURL(std::string_view which, const std::string& url) {
     return refuse(" has a host name longer than " + std::to_string(kLongestHost) +
                   " characters: " + shown);
   }
-  if (part(handle.get(), CURLUPART_PORT) == "0") return refuse(" has port 0: " + shown);
+  if (internal::urlPart(handle, CURLUPART_PORT) == "0") return refuse(" has port 0: " + shown);
   if (*scheme != "https" && !(*scheme == "http" && internal::hasLoopbackHost(url))) {
     return refuse(" must use https (http is allowed only on a loopback host): " + shown);
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "client/Transport.h"
+#include "net/Transport.h"
 #include "qipg/CancelRequest.h"
 #include "qipg/Cryptography.h"
 #include "qipg/IPGResponseDelegate.h"

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "client/InfoPlist.h"
-#include "client/Transport.h"
+#include "net/Transport.h"
 #include "security/UserDefaults.h"
 #include "security/Wipe.h"
 

@@ -1,24 +1,30 @@
 #include "common/Url.h"
 
 #include <arpa/inet.h>
-#include <curl/curl.h>
 
 #include <algorithm>
-#include <memory>
 
 namespace qipg::internal {
-namespace {
 
-using UrlHandle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
-
-UrlHandle parse(const std::string& url) {
-  UrlHandle handle(curl_url(), &curl_url_cleanup);
-  if (handle && curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), CURLU_NON_SUPPORT_SCHEME) !=
-                    CURLUE_OK) {
+UrlHandle parseURL(const std::string& url, unsigned flags) {
+  UrlHandle handle(curl_url());
+  if (handle && curl_url_set(handle.get(), CURLUPART_URL, url.c_str(), flags) != CURLUE_OK) {
     handle.reset();
   }
   return handle;
 }
+
+Text urlPart(const UrlHandle& url, CURLUPart which, unsigned flags) {
+  char* raw = nullptr;
+  if (!url || curl_url_get(url.get(), which, &raw, flags) != CURLUE_OK || raw == nullptr) {
+    return std::nullopt;
+  }
+  std::string out = raw;
+  curl_free(raw);
+  return out;
+}
+
+namespace {
 
 std::string lower(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
@@ -28,40 +34,23 @@ std::string lower(std::string text) {
 
 // True when `handle` holds an http or https URL.
 bool isWeb(const UrlHandle& handle) {
-  char* scheme = nullptr;
-  if (!handle || curl_url_get(handle.get(), CURLUPART_SCHEME, &scheme, 0) != CURLUE_OK) {
-    return false;
-  }
-  const std::string name = lower(scheme);
-  curl_free(scheme);
-  return name == "http" || name == "https";
+  const Text scheme = urlPart(handle, CURLUPART_SCHEME);
+  return scheme && (lower(*scheme) == "http" || lower(*scheme) == "https");
 }
 
 std::string canonicalOnce(const std::string& url) {
   // Only web addresses have a canonical form; any other text stays as it is.
   if (url.find('\0') != std::string::npos) return url;
-  UrlHandle handle = parse(url);
-  char* host = nullptr;
-  if (!isWeb(handle) || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) {
-    return url;
-  }
-  curl_url_set(handle.get(), CURLUPART_HOST, lower(host).c_str(), 0);
-  curl_free(host);
-  char* text = nullptr;
-  if (curl_url_get(handle.get(), CURLUPART_URL, &text, CURLU_NO_DEFAULT_PORT) != CURLUE_OK) {
-    return url;
-  }
-  std::string out = text;
-  curl_free(text);
-  return out;
+  UrlHandle handle = parseURL(url);
+  const Text host = urlPart(handle, CURLUPART_HOST);
+  if (!isWeb(handle) || !host) return url;
+  curl_url_set(handle.get(), CURLUPART_HOST, lower(*host).c_str(), 0);
+  return urlPart(handle, CURLUPART_URL, CURLU_NO_DEFAULT_PORT).value_or(url);
 }
 
 // The host of the URL in `handle` in lower case, without an IPv6 address's brackets.
 std::string hostIn(const UrlHandle& handle) {
-  char* host = nullptr;
-  if (!handle || curl_url_get(handle.get(), CURLUPART_HOST, &host, 0) != CURLUE_OK) return "";
-  std::string out = lower(host);
-  curl_free(host);
+  std::string out = lower(urlPart(handle, CURLUPART_HOST).value_or(""));
   if (out.size() > 1 && out.front() == '[' && out.back() == ']')
     out = out.substr(1, out.size() - 2);
   return out;
@@ -79,11 +68,11 @@ std::string returnURL(const std::string& baseURL) {
   return canonicalURL(baseURL) + "paymentInvoice";
 }
 
-std::string hostOf(const std::string& url) { return hostIn(parse(url)); }
+std::string hostOf(const std::string& url) { return hostIn(parseURL(url)); }
 
 bool hasLoopbackHost(const std::string& url) {
   if (url.find('\0') != std::string::npos) return false;
-  const UrlHandle handle = parse(url);
+  const UrlHandle handle = parseURL(url);
   if (!isWeb(handle)) return false;
   const std::string host = hostIn(handle);
   if (host == "localhost") return true;

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/Ascii.h"
 #include "common/Url.h"
 #include "ui/AutoPostForm.h"
 #include "ui/gtk/MainLoop.h"
@@ -63,13 +64,6 @@ void unwatch(T*& field) {
 }
 
 std::string toText(const char* text) { return text != nullptr ? text : ""; }
-
-// (libqipg keeps its text helpers internal; this library has its own.)
-bool sameIgnoringAsciiCase(std::string_view a, std::string_view b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return g_ascii_tolower(x) == g_ascii_tolower(y);
-         });
-}
 
 void prepareEnvironment() {
   static bool done = false;
@@ -138,7 +132,8 @@ GtkWidget* takeWarmWebView(WebKitNetworkSession** session) {
   if (view == nullptr) return nullptr;
   gtk_window_set_child(GTK_WINDOW(warmWindow), nullptr);
   gtk_window_destroy(GTK_WINDOW(std::exchange(warmWindow, nullptr)));
-  *session = WEBKIT_NETWORK_SESSION(g_object_ref(webkit_web_view_get_network_session(WEBKIT_WEB_VIEW(view))));
+  *session = WEBKIT_NETWORK_SESSION(
+      g_object_ref(webkit_web_view_get_network_session(WEBKIT_WEB_VIEW(view))));
   return view;
 }
 
@@ -262,7 +257,7 @@ struct PaymentWindow::Impl final : WebViewPort,
   PaymentWindowOptions options_;
   std::shared_ptr<WebviewController> controller_;
   std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
-  std::shared_ptr<Impl> keepAlive_;  // while the window is up
+  std::shared_ptr<Impl> keepAlive_;                         // while the window is up
   // The address of the self-posting page while it is shown: the web view stays hidden until
   // another page commits. Empty otherwise.
   std::string hiddenWhileAt_;
@@ -369,7 +364,7 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
 void PaymentWindow::Impl::loadRequest(const URLRequest& request) {
   if (webView_ == nullptr || !request.url) return;
   lastLoaded_ = request;
-  if (sameIgnoringAsciiCase(request.httpMethod, "POST")) {
+  if (internal::equalsIgnoringAsciiCase(request.httpMethod, "POST")) {
     const std::string page = internal::autoPostPage(*request.url, request.bodyText());
     const std::string base = internal::originOf(*request.url);
     hiddenWhileAt_ = internal::canonicalURL(base);
@@ -723,6 +718,7 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
     if (error != nullptr) *error = *problem;
     return nullptr;
   }
+  internal::completeOptions(options, request);
   prepareEnvironment();
   auto impl = std::make_shared<PaymentWindow::Impl>(request, std::move(options));
   impl->build(std::move(delegate));

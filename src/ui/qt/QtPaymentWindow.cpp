@@ -177,9 +177,9 @@ struct QtPaymentWindow::Impl final : WebViewPort,
   void cutConnections() {
     QObject* context = connections_.release();
     if (context == nullptr) return;
-    for (QObject* sender : {static_cast<QObject*>(view_ ? view_->page() : nullptr),
-                            static_cast<QObject*>(cancelButton_.data()),
-                            static_cast<QObject*>(window_.data())}) {
+    for (QObject* sender :
+         {static_cast<QObject*>(view_ ? view_->page() : nullptr),
+          static_cast<QObject*>(cancelButton_.data()), static_cast<QObject*>(window_.data())}) {
       if (sender != nullptr) QObject::disconnect(sender, nullptr, context, nullptr);
     }
     context->deleteLater();
@@ -362,9 +362,9 @@ void QtPaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> 
                      auto self = shared_from_this();
                      loading_ = false;
                      reportLoad(PageLoadEvent::Failed, urlText(view_->url()));
-                     controller_->webViewDidFailLoadWithError(
-                         {"RenderProcessTerminationStatus", static_cast<int>(status),
-                          "the page's render process ended"});
+                     controller_->webViewDidFailLoadWithError({"RenderProcessTerminationStatus",
+                                                               static_cast<int>(status),
+                                                               "the page's render process ended"});
                    });
   QObject::connect(cancel, &QPushButton::clicked, context, [this] {
     auto self = shared_from_this();
@@ -376,7 +376,8 @@ void QtPaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> 
     if (keepAlive_) internal::postToGuiThread([held = std::move(keepAlive_)] {});
   });
   window->onClose = [weak = weak_from_this()] {
-    if (auto self = weak.lock(); self && !self->dismissed_) self->controller_->cancelButtonPressed();
+    if (auto self = weak.lock(); self && !self->dismissed_)
+      self->controller_->cancelButtonPressed();
   };
   window->onFirstShow = [weak = weak_from_this()] {
     // On screen: the controller sets up its progress line and loads, once the bar is laid out.
@@ -401,7 +402,8 @@ void QtPaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> 
 void QtPaymentWindow::Impl::loadRequest(const URLRequest& request) {
   if (view_ == nullptr || !request.url) return;
   QWebEngineHttpRequest http(QUrl::fromEncoded(QByteArray::fromStdString(*request.url)));
-  const bool post = QString::fromStdString(request.httpMethod).compare("POST", Qt::CaseInsensitive) == 0;
+  const bool post =
+      QString::fromStdString(request.httpMethod).compare("POST", Qt::CaseInsensitive) == 0;
   if (post) {
     http.setMethod(QWebEngineHttpRequest::Post);
     http.setPostData(QByteArray(reinterpret_cast<const char*>(request.httpBody.data()),
@@ -523,9 +525,8 @@ void QtPaymentWindow::saveScreenshot(const std::string& pngPath,
       saved = savePng(whole.toImage(), pngPath);
     }
   }
-  if (completion) internal::postToGuiThread([completion = std::move(completion), saved] {
-    completion(saved);
-  });
+  if (completion)
+    internal::postToGuiThread([completion = std::move(completion), saved] { completion(saved); });
 }
 
 void QtPaymentWindow::pressCancel() {
@@ -553,6 +554,7 @@ std::shared_ptr<QtPaymentWindow> presentQtPaymentWindow(
   }
   if (!internal::ensureQtApplication(error)) return nullptr;
   internal::prepareQtWebEngineEnvironment();
+  internal::completeOptions(options, request);
   auto impl = std::make_shared<QtPaymentWindow::Impl>(request, std::move(options));
   impl->build(std::move(delegate));
   impl->window_->show();
@@ -574,8 +576,7 @@ bool runQtMainLoopUntil(const std::function<bool()>& done, unsigned seconds) {
 }
 
 std::optional<PaymentOutcome> runQtPaymentWindow(const URLRequest& request,
-                                                 PaymentWindowOptions options,
-                                                 std::string* error) {
+                                                 PaymentWindowOptions options, std::string* error) {
   internal::OutcomeRecorder recorder(options);
   auto window = presentQtPaymentWindow(request, recorder.delegate(), std::move(options), error);
   if (!window) return std::nullopt;

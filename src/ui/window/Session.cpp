@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "common/Url.h"
+
 namespace qipg::internal {
 namespace {
 
@@ -66,6 +68,12 @@ std::optional<std::string> optionsProblem(const PaymentWindowOptions& options) {
   return std::nullopt;
 }
 
+void completeOptions(PaymentWindowOptions& options, const URLRequest& request) {
+  if (!options.trustedCAFile.empty() && options.trustedHost.empty() && request.url) {
+    options.trustedHost = hostOf(*request.url);
+  }
+}
+
 std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
                                                   const URLRequest& request) {
   auto controller =
@@ -83,8 +91,8 @@ std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
     std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
     PostToWindowThread post) {
   if (!options.reconcile || !options.client) return host;
-  return std::make_shared<ReconcilingDelegate>(std::move(host), options.client,
-                                               *options.reconcile, std::move(post));
+  return std::make_shared<ReconcilingDelegate>(std::move(host), options.client, *options.reconcile,
+                                               std::move(post));
 }
 
 struct OutcomeRecorder::State {
@@ -104,12 +112,13 @@ OutcomeRecorder::OutcomeRecorder(PaymentWindowOptions& options)
       [record](const PaymentResponse& response) { record(false, response); },
       [record] { record(true, PaymentResponse()); });
   if (state_->reconciling) {
-    options.reconcile->onStatus = [state = state_, chained = std::move(options.reconcile->onStatus)](
-                                      const PaymentResponse& status) {
-      if (state->outcome) state->outcome->reconciled = status;
-      state->reconciling = false;
-      if (chained) chained(status);
-    };
+    options.reconcile->onStatus =
+        [state = state_,
+         chained = std::move(options.reconcile->onStatus)](const PaymentResponse& status) {
+          if (state->outcome) state->outcome->reconciled = status;
+          state->reconciling = false;
+          if (chained) chained(status);
+        };
   }
 }
 

@@ -20,6 +20,10 @@ using PostToWindowThread = std::function<void(std::function<void()> task)>;
 // Why these options cannot open a window; absent when they can.
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options);
 
+// Fills in what the host left to the library: a CA file without a host is trusted for the
+// request's own host.
+void completeOptions(PaymentWindowOptions& options, const URLRequest& request);
+
 // A controller for a window with these options: its final page under the client's base URLs
 // (else `options.gateway`'s), and its request set.
 std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,

@@ -1,7 +1,7 @@
 // The HTTP transport against a raw socket server that keeps the exact bytes on the wire: what
 // a post sends, how answers of every kind come back, and that every completion runs exactly
 // once, also when the transport is shut down with requests under way.
-#include "client/Transport.h"
+#include "net/Transport.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "client/ClientErrors.h"
+#include "cxx/ClientErrors.h"
 
 #include <curl/curl.h>
 

@@ -17,10 +17,10 @@
 #include <stop_token>
 #include <utility>
 
-#include "client/ClientChecks.h"
-#include "client/ClientErrors.h"
-#include "client/CompletionPool.h"
-#include "client/Transport.h"
+#include "cxx/ClientChecks.h"
+#include "cxx/ClientErrors.h"
+#include "net/CompletionPool.h"
+#include "net/Transport.h"
 #include "qipg/CancelRequest.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"

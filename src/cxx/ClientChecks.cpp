@@ -1,4 +1,4 @@
-#include "client/ClientChecks.h"
+#include "cxx/ClientChecks.h"
 
 #include <algorithm>
 

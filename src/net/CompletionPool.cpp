@@ -1,4 +1,4 @@
-#include "client/CompletionPool.h"
+#include "net/CompletionPool.h"
 
 #include <algorithm>
 #include <condition_variable>

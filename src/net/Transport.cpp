@@ -5,7 +5,7 @@
 // completion itself, so that no host code runs (or is released) on the transfer thread; only a
 // completion that asked for it (one that runs no host code) runs on the transfer thread. The
 // thread owns a shared_ptr to the state it works on.
-#include "client/Transport.h"
+#include "net/Transport.h"
 
 #include <curl/curl.h>
 
@@ -22,7 +22,7 @@
 #include <utility>
 #include <vector>
 
-#include "client/CompletionPool.h"
+#include "net/CompletionPool.h"
 #include "common/Ascii.h"
 #include "common/Url.h"
 
