@@ -34,7 +34,8 @@ namespace qipg {
 
 namespace internal {
 class Transport;
-}
+enum class Operation;
+}  // namespace internal
 
 /// Environment values for QuandrelIPG::create: 1 is the test gateway, any other value
 /// production.
@@ -49,7 +50,8 @@ enum IPGEnvironment : std::uint64_t {
 class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG> {
  public:
   /// A client for the test gateway with GatewayConfig::fromEnvironment().
-  /// @return the client, or nullptr when that configuration is refused (see create(std::uint64_t, GatewayConfig)).
+  /// @return the client, or nullptr when that configuration is refused (see create(std::uint64_t,
+  /// GatewayConfig)).
   static std::shared_ptr<QuandrelIPG> create();
 
   /// A client for one gateway. Stores the gateway's IV under "randomIV" (process-wide: held in
@@ -186,6 +188,9 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   void shutdown();
 
  private:
+  // qipg::Client posts through this client's transport: one transport for both layers.
+  friend class Client;
+
   QuandrelIPG(std::uint64_t environmentType, GatewayConfig config,
               std::shared_ptr<internal::Transport> transport);
 
@@ -194,6 +199,11 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   // are missing (absent or ""), and returns the pair now in force (MID, key). The property
   // list is read before the lock is taken.
   std::pair<Text, Text> storeAndResolveCredentials(const Text& mid, const Text& key);
+
+  // The three management calls' one path: credentials, validation, layout, sealing, posting.
+  void manage(internal::Operation operation, const Text& orderID, const Text& transactionRefNumber,
+              const Text& transactionAmount, const Text& merchantID, const Text& encryptionString,
+              const std::shared_ptr<IPGResponseDelegate>& delegate);
 
   StringEncryption aesHelper_;
   std::string shaPublicKey_;

@@ -2,8 +2,9 @@
 // validators and messages, the envelope functions, CommonUtilities' parsers, QuandrelIPG's
 // payment operations); this file adds the request structs, futures and callbacks, and
 // cancellation (the extra checks are in ClientChecks, the error wording in ClientErrors).
-// Management calls go through a transport of the client's own, so that each call can be
-// cancelled and its transport failure and HTTP status reach the caller.
+// Management calls take the interface layer's wire path (client/ManagementWire) and post through
+// the QuandrelIPG's transport directly, so that each call can be cancelled and its transport
+// failure and HTTP status reach the caller.
 #include "qipg/Client.h"
 
 #include <atomic>
@@ -13,7 +14,6 @@
 #include <functional>
 #include <future>
 #include <optional>
-#include <stdexcept>
 #include <stop_token>
 #include <utility>
 
@@ -21,12 +21,9 @@
 #include "cxx/ClientErrors.h"
 #include "net/CompletionPool.h"
 #include "net/Transport.h"
-#include "qipg/CancelRequest.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 #include "qipg/QuandrelIPG.h"
-#include "qipg/RefundRequest.h"
-#include "qipg/StatusRequest.h"
 #include "requests/RequestCommon.h"
 #include "security/Wipe.h"
 
@@ -53,22 +50,13 @@ PaymentResponse failedRecord() {
   return record;
 }
 
-// A merchant key kept for a call under way, wiped when the call is done.
-struct SecretKey {
-  explicit SecretKey(Text value) : value(std::move(value)) {}
-  ~SecretKey() { internal::wipe(value); }
-  SecretKey(const SecretKey&) = delete;
-  SecretKey& operator=(const SecretKey&) = delete;
-  Text value;
-};
-
 // What a management call needs once it is under way.
 struct Call {
   Call(Operation operation, Sink sink, const Text& key)
       : operation(operation), deliver(std::move(sink.deliver)), key(key) {}
   Operation operation;
   Deliver deliver;
-  SecretKey key;
+  internal::SecretText key;
   // Cancels the transfer when the caller's token is stopped; kept until the call is released.
   std::optional<std::stop_callback<std::function<void()>>> onStop;
 };
@@ -102,6 +90,12 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
 
   void manage(Operation operation, const std::string& orderID, const std::string& ref,
               const std::string* amount, std::stop_token stop, Sink sink);
+  // The future and the callback form of a management call.
+  std::future<Result<PaymentResponse>> promise(Operation operation, const std::string& orderID,
+                                               const std::string& ref, const std::string* amount,
+                                               std::stop_token stop);
+  void callBack(Operation operation, const std::string& orderID, const std::string& ref,
+                const std::string* amount, Callback callback, std::stop_token stop);
   Result<PaymentResponse> read(const Call& call, const TransportReply& reply) const;
 };
 
@@ -111,69 +105,36 @@ void Client::Impl::manage(Operation operation, const std::string& orderID, const
     return endEarly(std::move(sink),
                     makeError(ErrorKind::ShutDown, "the client has been shut down"));
   }
-  const Text order = orderID;
-  const Text reference = ref;
   const Text money = amount ? Text(*amount) : Text();
-  std::string verdict;
-  std::string message;
-  std::string endpoint;
-  const char* midField = "&MID=";
-  try {
-    switch (operation) {
-      case Operation::Status:
-        verdict = StatusRequest().validateInputForStatusRequest(order, reference, mid, key);
-        if (verdict != kSuccess) break;
-        endpoint = "getTransactionStatus";
-        midField = "&mid=";
-        message = StatusRequest(order, reference, baseURL + endpoint, mid, key).getRequestMessage();
-        break;
-      case Operation::Cancel:
-        verdict = CancelRequest().validateInputForCancelRequest(order, reference, mid, key);
-        if (verdict != kSuccess) break;
-        endpoint = "doCancelRequest";
-        message = CancelRequest(order, reference, baseURL + endpoint, "", mid, key, "", "", "", "",
-                                "", "", "", "", "", "")
-                      .getRequestMessage();
-        break;
-      case Operation::Refund:
-        verdict = RefundRequest().validateInputForRefundRequest(order, reference, money, mid, key);
-        if (verdict != kSuccess) break;
-        if (auto problem = internal::amountProblem(*amount)) verdict = *problem;
-        if (verdict != kSuccess) break;
-        endpoint = "doRefundRequest";
-        message = RefundRequest(order, reference, baseURL + endpoint, money, mid, key, "", "", "",
-                                "", "", "", "", "", "", "")
-                      .getRequestMessage();
-        break;
-    }
-  } catch (const std::invalid_argument& absentField) {
-    verdict = absentField.what();  // validation refuses every absent field first
+  internal::ManagementMessage laidOut =
+      internal::layOutManagement(operation, baseURL, orderID, ref, money, mid, key);
+  std::string& verdict = laidOut.verdict;
+  if (verdict == kSuccess && amount) {
+    if (auto problem = internal::amountProblem(*amount)) verdict = *problem;
   }
-  if (verdict != kSuccess) return endEarly(std::move(sink), makeError(ErrorKind::Input, verdict));
-  if (stop.stop_requested()) {
-    internal::wipe(message);
-    return endEarly(std::move(sink),
-                    makeError(ErrorKind::Cancelled, "the call was cancelled before it was sent"));
+  if (verdict != kSuccess || stop.stop_requested()) {
+    internal::wipe(laidOut.message);
+    return endEarly(std::move(sink), verdict != kSuccess
+                                         ? makeError(ErrorKind::Input, verdict)
+                                         : makeError(ErrorKind::Cancelled,
+                                                     "the call was cancelled before it was sent"));
   }
 
-  const std::string envelope = encryptTextWithEncKey(message, key);
-  internal::wipe(message);
+  const std::string envelope = encryptTextWithEncKey(laidOut.message, key);
+  internal::wipe(laidOut.message);
   if (envelope.empty()) {
     return endEarly(
         std::move(sink),
         makeError(ErrorKind::Config, "the request could not be sealed with this merchant key"));
   }
-  const std::string body =
-      "merchantReqStrT=" + envelope + midField + mid.value_or("") + "&iosEnc=true";
   // A promise is fulfilled on the transfer thread as soon as the answer is in, so that a future
   // never waits for a completion thread (which a host callback may be holding, perhaps while it
   // waits for that very future). A callback goes to a completion thread.
-  internal::PostOptions options;
-  options.atMostOnce = operation != Operation::Status;
+  internal::PostOptions options = internal::managementPostOptions(operation);
   options.completeOnTransferThread = !sink.runsHostCode;
   auto call = std::make_shared<Call>(operation, std::move(sink), key);
   const internal::RequestId id = transport->post(
-      internal::formPostRequest(baseURL + endpoint, body),
+      internal::formPostRequest(laidOut.url, internal::managementForm(operation, envelope, mid)),
       [self = shared_from_this(), call](const TransportReply& reply) {
         call->deliver(self->read(*call, reply));
       },
@@ -191,7 +152,7 @@ Result<PaymentResponse> Client::Impl::read(const Call& call, const TransportRepl
   if (reply.httpStatus != 200) {
     return internal::httpFailure(reply.httpStatus, reply.answer, baseURL, call.operation);
   }
-  Text plain = decryptTextWithDecryptionKey(reply.answer, call.key.value);
+  Text plain = decryptTextWithDecryptionKey(reply.answer, call.key.value());
   internal::WipeOnExit wipePlain(plain);
   if (!plain || plain->empty()) {
     return internal::withOutcome(
@@ -230,7 +191,7 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
     impl->ipg = QuandrelIPG::create(
         options.environment == Environment::Test ? IPGEnvironmentTest : IPGEnvironmentProduction,
         options.gateway);
-    if (impl->ipg) impl->transport = Transport::create(impl->ipg->config());
+    if (impl->ipg) impl->transport = impl->ipg->transport_;
     if (!impl->ipg || !impl->transport) {
       return makeError(ErrorKind::Config,
                        "the client could not be set up: the HTTP transport did "
@@ -270,8 +231,7 @@ Client::~Client() { shutdown(); }
 
 void Client::shutdown() {
   impl_->shutDown = true;
-  impl_->transport->shutdown();
-  impl_->ipg->shutdown();
+  impl_->ipg->shutdown();  // its transport is the client's
 }
 
 const std::string& Client::baseURL() const { return impl_->baseURL; }
@@ -316,43 +276,53 @@ Promised toFuture() {
 
 }  // namespace
 
-std::future<Result<PaymentResponse>> Client::status(const TransactionQuery& query,
-                                                    std::stop_token stop) {
+std::future<Result<PaymentResponse>> Client::Impl::promise(Operation operation,
+                                                           const std::string& orderID,
+                                                           const std::string& ref,
+                                                           const std::string* amount,
+                                                           std::stop_token stop) {
   Promised promised = toFuture();
-  impl_->manage(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
-                std::move(stop), std::move(promised.sink));
+  manage(operation, orderID, ref, amount, std::move(stop), std::move(promised.sink));
   return std::move(promised.future);
 }
 
+void Client::Impl::callBack(Operation operation, const std::string& orderID, const std::string& ref,
+                            const std::string* amount, Callback callback, std::stop_token stop) {
+  manage(operation, orderID, ref, amount, std::move(stop),
+         toCallback(executor, std::move(callback)));
+}
+
+std::future<Result<PaymentResponse>> Client::status(const TransactionQuery& query,
+                                                    std::stop_token stop) {
+  return impl_->promise(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
+                        std::move(stop));
+}
+
 void Client::status(const TransactionQuery& query, Callback callback, std::stop_token stop) {
-  impl_->manage(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
-                std::move(stop), toCallback(impl_->executor, std::move(callback)));
+  impl_->callBack(Operation::Status, query.orderID, query.transactionRefNumber, nullptr,
+                  std::move(callback), std::move(stop));
 }
 
 std::future<Result<PaymentResponse>> Client::cancel(const TransactionQuery& query,
                                                     std::stop_token stop) {
-  Promised promised = toFuture();
-  impl_->manage(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
-                std::move(stop), std::move(promised.sink));
-  return std::move(promised.future);
+  return impl_->promise(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
+                        std::move(stop));
 }
 
 void Client::cancel(const TransactionQuery& query, Callback callback, std::stop_token stop) {
-  impl_->manage(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
-                std::move(stop), toCallback(impl_->executor, std::move(callback)));
+  impl_->callBack(Operation::Cancel, query.orderID, query.transactionRefNumber, nullptr,
+                  std::move(callback), std::move(stop));
 }
 
 std::future<Result<PaymentResponse>> Client::refund(const RefundQuery& query,
                                                     std::stop_token stop) {
-  Promised promised = toFuture();
-  impl_->manage(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
-                std::move(stop), std::move(promised.sink));
-  return std::move(promised.future);
+  return impl_->promise(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
+                        std::move(stop));
 }
 
 void Client::refund(const RefundQuery& query, Callback callback, std::stop_token stop) {
-  impl_->manage(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
-                std::move(stop), toCallback(impl_->executor, std::move(callback)));
+  impl_->callBack(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
+                  std::move(callback), std::move(stop));
 }
 
 // ---------------------------------------------------------------- payments

@@ -4,13 +4,12 @@
 
 #include <string>
 
+#include "client/ManagementWire.h"
 #include "qipg/Error.h"
 #include "qipg/TransportError.h"
 #include "qipg/Types.h"
 
 namespace qipg::internal {
-
-enum class Operation { Status, Cancel, Refund };
 
 Error makeError(ErrorKind kind, std::string message);
 

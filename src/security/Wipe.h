@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "qipg/Types.h"
 
@@ -24,6 +25,19 @@ class WipeOnExit {
 
  private:
   Text& text_;
+};
+
+// A secret (a merchant key) kept while a call is under way, wiped when it is released.
+class SecretText {
+ public:
+  explicit SecretText(Text value) : value_(std::move(value)) {}
+  ~SecretText() { wipe(value_); }
+  SecretText(const SecretText&) = delete;
+  SecretText& operator=(const SecretText&) = delete;
+  const Text& value() const { return value_; }
+
+ private:
+  Text value_;
 };
 
 }  // namespace qipg::internal
