@@ -14,6 +14,8 @@
 #include "ui/AutoPostForm.h"
 #include "ui/gtk/MainLoop.h"
 #include "ui/gtk/ProgressLine.h"
+#include "ui/gtk/Screenshot.h"
+#include "ui/gtk/WeakPointer.h"
 #include "ui/window/Files.h"
 #include "ui/window/Session.h"
 #include "ui/window/TlsTrust.h"
@@ -21,6 +23,8 @@
 namespace qipg {
 
 using internal::ProgressLine;
+using internal::unwatch;
+using internal::watch;
 
 namespace {
 
@@ -47,21 +51,6 @@ constexpr char kStyle[] = R"css(
 .qipg-address { font-size: 13px; color: #555; }
 .qipg-lock { color: #555; }
 )css";
-
-// A borrowed widget pointer that GObject nulls when the widget is finalised.
-template <typename T>
-void watch(T*& field, gpointer object) {
-  field = static_cast<T*>(object);
-  g_object_add_weak_pointer(G_OBJECT(object), reinterpret_cast<gpointer*>(&field));
-}
-
-template <typename T>
-void unwatch(T*& field) {
-  if (field != nullptr) {
-    g_object_remove_weak_pointer(G_OBJECT(field), reinterpret_cast<gpointer*>(&field));
-    field = nullptr;
-  }
-}
 
 std::string toText(const char* text) { return text != nullptr ? text : ""; }
 
@@ -96,16 +85,6 @@ NavigationType navigationTypeOf(WebKitNavigationType type) {
     default:
       return NavigationType::Other;
   }
-}
-
-bool saveTexture(GdkTexture* texture, const std::string& path) {
-  if (texture == nullptr) return false;
-  GBytes* png = gdk_texture_save_to_png_bytes(texture);
-  gsize size = 0;
-  const void* data = png != nullptr ? g_bytes_get_data(png, &size) : nullptr;
-  const bool ok = png != nullptr && internal::writeOwnerOnly(path, data, size);
-  if (png != nullptr) g_bytes_unref(png);
-  return ok;
 }
 
 // The certificate and the issuers it carries, DER-encoded, the server's first.
@@ -143,10 +122,7 @@ GtkWidget* takeWarmWebView(WebKitNetworkSession** session) {
 
 // The window and the ports it gives its controller: the web view, the bar that hosts the
 // progress lines, the title label and the presenter.
-struct PaymentWindow::Impl final : WebViewPort,
-                                   BarViewPort,
-                                   LabelPort,
-                                   PresenterPort,
+struct PaymentWindow::Impl final : internal::WindowPorts,
                                    std::enable_shared_from_this<PaymentWindow::Impl> {
   Impl(URLRequest request, PaymentWindowOptions options)
       : request_(std::move(request)), options_(std::move(options)) {}
@@ -349,15 +325,11 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
   g_signal_connect(window, "destroy", G_CALLBACK(&Impl::onDestroy), this);
 
   auto self = shared_from_this();
-  controller_ = internal::makeController(options_, request_);
-  delegate_ = internal::windowDelegate(std::move(delegate), options_, &internal::runWhenIdle);
-  controller_->setDelegate(delegate_);
-  controller_->setIpgWebView(self);
-  controller_->setNavBarView(self);
-  controller_->setLblNavBarTitle(self);
-  controller_->setPresenter(self);
-  controller_->setTimerScheduler(internal::mainLoopTimerScheduler());
-  controller_->viewDidLoad();
+  internal::WindowController started =
+      internal::startController(options_, request_, std::move(delegate), &internal::runWhenIdle,
+                                self, internal::mainLoopTimerScheduler());
+  controller_ = std::move(started.controller);
+  delegate_ = std::move(started.delegate);
   keepAlive_ = self;
 }
 
@@ -596,105 +568,14 @@ void PaymentWindow::runJavaScript(const std::string& script,
   impl_->evaluate(script, std::move(completion), true);
 }
 
-namespace {
-
-// One picture under way. WebKit pictures the page as it is now (the window may not have shown
-// a freshly loaded page yet); for the whole window, the window is then rendered after its next
-// paint with that picture laid over the web view's place.
-struct Shot {
-  std::string path;
-  std::function<void(bool)> completion;
-  bool wholeWindow = false;
-  GtkWidget* window = nullptr;   // weak
-  GtkWidget* webView = nullptr;  // weak
-  GdkTexture* page = nullptr;
-  gulong handler = 0;
-  bool done = false;
-
-  ~Shot() {
-    unwatch(window);
-    unwatch(webView);
-    if (page != nullptr) g_object_unref(page);
-  }
-  void finish(bool saved) {
-    if (done) return;
-    done = true;
-    if (completion) completion(saved);
-  }
-};
-
-GdkTexture* renderWindow(GtkWidget* window, GtkWidget* webView, GdkTexture* page) {
-  const int width = gtk_widget_get_width(window);
-  const int height = gtk_widget_get_height(window);
-  GtkNative* native = gtk_widget_get_native(window);
-  GskRenderer* renderer = native != nullptr ? gtk_native_get_renderer(native) : nullptr;
-  if (width <= 0 || height <= 0 || renderer == nullptr) return nullptr;
-  GdkPaintable* paintable = gtk_widget_paintable_new(window);
-  GtkSnapshot* snapshot = gtk_snapshot_new();
-  gdk_paintable_snapshot(paintable, GDK_SNAPSHOT(snapshot), width, height);
-  graphene_rect_t place;
-  if (page != nullptr && webView != nullptr && gtk_widget_compute_bounds(webView, window, &place)) {
-    gtk_snapshot_append_texture(snapshot, page, &place);
-  }
-  GskRenderNode* node = gtk_snapshot_free_to_node(snapshot);
-  GdkTexture* texture = nullptr;
-  if (node != nullptr) {
-    graphene_rect_t area;
-    graphene_rect_init(&area, 0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height));
-    texture = gsk_renderer_render_texture(renderer, node, &area);
-    gsk_render_node_unref(node);
-  }
-  g_object_unref(paintable);
-  return texture;
-}
-
-void onWindowPainted(GdkFrameClock* clock, gpointer data) {
-  auto* shot = static_cast<Shot*>(data);
-  GdkTexture* texture =
-      shot->window != nullptr ? renderWindow(shot->window, shot->webView, shot->page) : nullptr;
-  const bool saved = saveTexture(texture, shot->path);
-  if (texture != nullptr) g_object_unref(texture);
-  shot->finish(saved);
-  g_signal_handler_disconnect(clock, shot->handler);  // releases the shot
-}
-
-void releaseShot(gpointer data, GClosure*) {
-  auto* shot = static_cast<Shot*>(data);
-  shot->finish(false);  // the window went away before it was painted
-  delete shot;
-}
-
-void onPagePictured(GObject* source, GAsyncResult* result, gpointer data) {
-  auto* shot = static_cast<Shot*>(data);
-  GError* error = nullptr;
-  shot->page = webkit_web_view_get_snapshot_finish(WEBKIT_WEB_VIEW(source), result, &error);
-  g_clear_error(&error);
-  GdkFrameClock* clock = shot->wholeWindow && shot->window != nullptr
-                             ? gtk_widget_get_frame_clock(shot->window)
-                             : nullptr;
-  if (!shot->wholeWindow || clock == nullptr) {
-    shot->finish(!shot->wholeWindow && saveTexture(shot->page, shot->path));
-    delete shot;
-    return;
-  }
-  shot->handler = g_signal_connect_data(clock, "after-paint", G_CALLBACK(&onWindowPainted), shot,
-                                        &releaseShot, GConnectFlags(0));
-  gtk_widget_queue_draw(shot->window);
-}
-
-}  // namespace
-
 void PaymentWindow::saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion,
                                    SnapshotArea area) {
   if (!isOpen() || impl_->webView_ == nullptr) {
     if (completion) completion(false);
     return;
   }
-  auto* shot = new Shot{pngPath, std::move(completion), area == SnapshotArea::Window};
-  watch(shot->window, impl_->window_);
-  watch(shot->webView, impl_->webView_);
-  webkit_web_view_get_snapshot(impl_->webView_, WEBKIT_SNAPSHOT_REGION_VISIBLE,
-                               WEBKIT_SNAPSHOT_OPTIONS_NONE, nullptr, &onPagePictured, shot);
+  internal::saveScreenshot(GTK_WIDGET(impl_->window_), GTK_WIDGET(impl_->webView_), pngPath,
+                           std::move(completion), area == SnapshotArea::Window);
 }
 
 void PaymentWindow::pressCancel() {
@@ -731,15 +612,17 @@ std::optional<PaymentOutcome> runPaymentWindow(const URLRequest& request,
   internal::OutcomeRecorder recorder(options);
   auto window = presentPaymentWindow(request, recorder.delegate(), std::move(options), error);
   if (!window) return std::nullopt;
-  while (!recorder.told() && window->isOpen()) g_main_context_iteration(nullptr, TRUE);
-  // Dismissed: the delegate is told from an idle callback.
-  while (!recorder.told() && g_main_context_pending(nullptr)) {
-    g_main_context_iteration(nullptr, FALSE);
-  }
-  // A reconciliation under way answers through the main context.
-  while (recorder.told() && !recorder.done()) g_main_context_iteration(nullptr, TRUE);
-  if (!recorder.told() && error != nullptr) *error = "the payment window was closed";
-  return recorder.outcome();
+  return internal::runToEnd(
+      recorder, [&] { return window->isOpen(); },
+      [](const std::function<bool()>& done) {
+        while (!done()) g_main_context_iteration(nullptr, TRUE);
+      },
+      [](const std::function<bool()>& enough) {
+        while (!enough() && g_main_context_pending(nullptr)) {
+          g_main_context_iteration(nullptr, FALSE);
+        }
+      },
+      error);
 }
 
 void PaymentWindow::prewarm() {

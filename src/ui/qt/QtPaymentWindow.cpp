@@ -104,10 +104,7 @@ bool savePng(const QImage& image, const std::string& path) {
 
 // The window and the ports it gives its controller: the web view, the bar that hosts the
 // progress lines, the title label and the presenter.
-struct QtPaymentWindow::Impl final : WebViewPort,
-                                     BarViewPort,
-                                     LabelPort,
-                                     PresenterPort,
+struct QtPaymentWindow::Impl final : internal::WindowPorts,
                                      std::enable_shared_from_this<QtPaymentWindow::Impl> {
   Impl(URLRequest request, PaymentWindowOptions options)
       : request_(std::move(request)), options_(std::move(options)) {}
@@ -387,15 +384,11 @@ void QtPaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> 
   };
 
   auto self = shared_from_this();
-  controller_ = internal::makeController(options_, request_);
-  delegate_ = internal::windowDelegate(std::move(delegate), options_, &internal::postToGuiThread);
-  controller_->setDelegate(delegate_);
-  controller_->setIpgWebView(self);
-  controller_->setNavBarView(self);
-  controller_->setLblNavBarTitle(self);
-  controller_->setPresenter(self);
-  controller_->setTimerScheduler(internal::qtTimerScheduler());
-  controller_->viewDidLoad();
+  internal::WindowController started =
+      internal::startController(options_, request_, std::move(delegate), &internal::postToGuiThread,
+                                self, internal::qtTimerScheduler());
+  controller_ = std::move(started.controller);
+  delegate_ = std::move(started.delegate);
   keepAlive_ = self;
 }
 
@@ -581,11 +574,10 @@ std::optional<PaymentOutcome> runQtPaymentWindow(const URLRequest& request,
   auto window = presentQtPaymentWindow(request, recorder.delegate(), std::move(options), error);
   if (!window) return std::nullopt;
   constexpr unsigned kDay = 24 * 3600;
-  runQtMainLoopUntil([&] { return recorder.told() || !window->isOpen(); }, kDay);
-  QCoreApplication::processEvents();  // a dismissal tells the delegate from a posted task
-  if (recorder.told()) runQtMainLoopUntil([&] { return recorder.done(); }, kDay);
-  if (!recorder.told() && error != nullptr) *error = "the payment window was closed";
-  return recorder.outcome();
+  return internal::runToEnd(
+      recorder, [&] { return window->isOpen(); },
+      [](const std::function<bool()>& done) { runQtMainLoopUntil(done, kDay); },
+      [](const std::function<bool()>&) { QCoreApplication::processEvents(); }, error);
 }
 
 }  // namespace qipg

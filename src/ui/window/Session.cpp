@@ -74,12 +74,25 @@ void completeOptions(PaymentWindowOptions& options, const URLRequest& request) {
   }
 }
 
-std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
-                                                  const URLRequest& request) {
-  auto controller =
+WindowController startController(const PaymentWindowOptions& options, const URLRequest& request,
+                                 std::shared_ptr<IPGPaymentControllerDelegate> host,
+                                 PostToWindowThread post,
+                                 const std::shared_ptr<WindowPorts>& window,
+                                 std::shared_ptr<TimerSchedulerPort> timers) {
+  WindowController started;
+  started.controller =
       WebviewController::create(options.client ? options.client->config() : options.gateway);
-  controller->setRequest(request);
-  return controller;
+  started.controller->setRequest(request);
+  started.delegate = windowDelegate(std::move(host), options, std::move(post));
+  WebviewController& controller = *started.controller;
+  controller.setDelegate(started.delegate);
+  controller.setIpgWebView(window);
+  controller.setNavBarView(window);
+  controller.setLblNavBarTitle(window);
+  controller.setPresenter(window);
+  controller.setTimerScheduler(std::move(timers));
+  controller.viewDidLoad();
+  return started;
 }
 
 bool needsReconciliation(bool cancelled, const PaymentResponse& response) {
@@ -127,6 +140,19 @@ bool OutcomeRecorder::told() const { return state_->outcome.has_value(); }
 bool OutcomeRecorder::done() const { return state_->outcome && !state_->reconciling; }
 
 std::optional<PaymentOutcome> OutcomeRecorder::outcome() const { return state_->outcome; }
+
+std::optional<PaymentOutcome> runToEnd(const OutcomeRecorder& recorder,
+                                       const std::function<bool()>& isOpen,
+                                       const RunUntil& runUntil, const RunPending& runPending,
+                                       std::string* error) {
+  runUntil([&] { return recorder.told() || !isOpen(); });
+  // Dismissed: the delegate is told from a posted task.
+  runPending([&] { return recorder.told(); });
+  // A reconciliation under way answers through the main loop.
+  if (recorder.told()) runUntil([&] { return recorder.done(); });
+  if (!recorder.told() && error != nullptr) *error = "the payment window was closed";
+  return recorder.outcome();
+}
 
 bool runningAsRoot() { return geteuid() == 0; }
 

@@ -24,10 +24,23 @@ std::optional<std::string> optionsProblem(const PaymentWindowOptions& options);
 // request's own host.
 void completeOptions(PaymentWindowOptions& options, const URLRequest& request);
 
-// A controller for a window with these options: its final page under the client's base URLs
-// (else `options.gateway`'s), and its request set.
-std::shared_ptr<WebviewController> makeController(const PaymentWindowOptions& options,
-                                                  const URLRequest& request);
+// A window as the controller sees it: the web view, the bar, its title and the presenter.
+struct WindowPorts : WebViewPort, BarViewPort, LabelPort, PresenterPort {};
+
+// A window's controller and the delegate it was given (which the window keeps alive).
+struct WindowController {
+  std::shared_ptr<WebviewController> controller;
+  std::shared_ptr<IPGPaymentControllerDelegate> delegate;
+};
+
+// The controller of `window`, wired and loaded: its final page under the client's base URLs
+// (else `options.gateway`'s), its request set, `window` as every port, `timers` as its
+// timers and windowDelegate(host, options, post) as its delegate.
+WindowController startController(const PaymentWindowOptions& options, const URLRequest& request,
+                                 std::shared_ptr<IPGPaymentControllerDelegate> host,
+                                 PostToWindowThread post,
+                                 const std::shared_ptr<WindowPorts>& window,
+                                 std::shared_ptr<TimerSchedulerPort> timers);
 
 // True when a payment that ended this way is unclear: cancelled, or a final page whose record
 // could not be read (status "F" and no order, reference or description).
@@ -57,6 +70,19 @@ class OutcomeRecorder {
   std::shared_ptr<State> state_;
   std::shared_ptr<IPGPaymentControllerDelegate> delegate_;
 };
+
+// A toolkit's main loop, run until `done()` is true.
+using RunUntil = std::function<void(const std::function<bool()>& done)>;
+// One pass over what the toolkit's main loop has pending already, ending early once `enough()`.
+using RunPending = std::function<void(const std::function<bool()>& enough)>;
+
+// Runs a presented window to its end: until its delegate is told or it closes, then what a
+// dismissal posted, then any reconciliation under way. The outcome; absent, with `error` set,
+// when the window closed before the delegate heard anything.
+std::optional<PaymentOutcome> runToEnd(const OutcomeRecorder& recorder,
+                                       const std::function<bool()>& isOpen,
+                                       const RunUntil& runUntil, const RunPending& runPending,
+                                       std::string* error);
 
 bool runningAsRoot();
 // True when the machine has a GPU render node this process may open.
