@@ -55,7 +55,7 @@ class QIPG_EXPORT Client {
   /// placeholder, no merchant ID is given and Info.plist has none, the merchant key is missing
   /// or not 32 letters and digits, or the transport cannot start. Like QuandrelIPG::create it
   /// stores the gateway's envelope IV for the process.
-  static Result<std::shared_ptr<Client>> create(ClientOptions options);
+  [[nodiscard]] static Result<std::shared_ptr<Client>> create(ClientOptions options);
 
   ~Client();
   Client(const Client&) = delete;

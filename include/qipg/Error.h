@@ -2,6 +2,7 @@
 /// Why a call of qipg::Client produced no usable answer.
 #pragma once
 
+#include <iosfwd>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -47,6 +48,13 @@ struct QIPG_EXPORT Error {
   /// False when the request certainly did not take effect, and always false for status inquiries,
   /// which change nothing.
   bool outcomeUnknown = false;
+
+  /// One line for a log: the kind's name, ": " and the message, e.g. "Timeout: the gateway at
+  /// https://gw.example/ipg/ did not answer within 30000 ms". Thread-safe.
+  std::string toString() const;
 };
+
+/// Writes error.toString().
+QIPG_EXPORT std::ostream& operator<<(std::ostream& out, const Error& error);
 
 }  // namespace qipg

@@ -15,7 +15,7 @@ namespace qipg {
 /// `value()` on an error and `error()` on a value throw std::bad_variant_access: test with
 /// ok() (or the bool conversion) first.
 template <class T>
-class Result {
+class [[nodiscard]] Result {
  public:
   /// A result holding `value`.
   Result(T value) : content_(std::in_place_index<0>, std::move(value)) {}  // NOLINT: implicit

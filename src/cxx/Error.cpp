@@ -1,5 +1,7 @@
 #include "qipg/Error.h"
 
+#include <ostream>
+
 namespace qipg {
 
 std::string_view errorKindName(ErrorKind kind) {
@@ -25,5 +27,9 @@ std::string_view errorKindName(ErrorKind kind) {
   }
   return "Unknown";
 }
+
+std::string Error::toString() const { return std::string(errorKindName(kind)) + ": " + message; }
+
+std::ostream& operator<<(std::ostream& out, const Error& error) { return out << error.toString(); }
 
 }  // namespace qipg

@@ -129,7 +129,7 @@ TEST_F(SendOnceTest, ARefundWhoseConnectionDiesAfterItWasReadIsNotSentAgain) {
         options.merchantID = kMID;
         options.encryptionKey = kKey;
         auto client = Client::create(options).value();
-        client->status({"ORDER1", "1"}).get();
+        static_cast<void>(client->status({"ORDER1", "1"}).get());  // opens the connection
         const Answer refund = client->refund({"ORDER1", "1", "1.00"}).get();
         ASSERT_FALSE(refund.ok());
         EXPECT_TRUE(refund.error().outcomeUnknown) << refund.error().message;
