@@ -8,7 +8,7 @@
 #include <future>
 
 #include "Certificates.h"
-#include "e2e_support.h"
+#include "e2e/client/E2eSupport.h"
 #include "unit/client/CaptureServer.h"
 
 namespace qipg_e2e {

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "e2e_support.h"
+#include "e2e/client/E2eSupport.h"
 
 namespace qipg_e2e {
 namespace {

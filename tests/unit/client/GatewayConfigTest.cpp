@@ -4,7 +4,7 @@
 #include <limits>
 #include <string>
 
-#include "client_support.h"
+#include "unit/client/ClientSupport.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/GatewayConfig.h"
 #include "qipg/QuandrelIPG.h"

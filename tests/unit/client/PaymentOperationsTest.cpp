@@ -3,7 +3,7 @@
 #include <limits>
 #include <thread>
 
-#include "client_support.h"
+#include "unit/client/ClientSupport.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 #include "qipg/WebviewController.h"

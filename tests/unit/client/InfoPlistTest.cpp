@@ -6,7 +6,7 @@
 #include <string>
 
 #include "client/InfoPlist.h"
-#include "client_support.h"
+#include "unit/client/ClientSupport.h"
 
 namespace qipg_test {
 namespace {

@@ -9,7 +9,7 @@
 
 #include <algorithm>
 
-#include "e2e_support.h"
+#include "e2e/client/E2eSupport.h"
 
 namespace qipg_e2e {
 namespace {

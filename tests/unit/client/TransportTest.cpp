@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "CaptureServer.h"
-#include "client_support.h"
+#include "unit/client/ClientSupport.h"
 
 namespace qipg_test {
 namespace {

@@ -12,7 +12,7 @@
 
 #include "Sandbox.h"
 #include "qipg/CommonUtilities.h"
-#include "unit/client/client_support.h"
+#include "unit/client/ClientSupport.h"
 
 namespace qipg_e2e {
 

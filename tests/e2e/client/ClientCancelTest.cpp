@@ -10,7 +10,7 @@
 #include <future>
 #include <thread>
 
-#include "e2e_support.h"
+#include "e2e/client/E2eSupport.h"
 #include "unit/client/CaptureServer.h"
 
 namespace qipg_e2e {

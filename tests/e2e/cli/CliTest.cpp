@@ -14,7 +14,7 @@
 #include <sstream>
 #include <thread>
 
-#include "e2e_support.h"
+#include "e2e/client/E2eSupport.h"
 
 extern char** environ;
 

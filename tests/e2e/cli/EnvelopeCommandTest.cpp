@@ -2,7 +2,7 @@
 // command-line tool as an outside implementation of the same cipher.
 #include <string>
 
-#include "client_support.h"
+#include "unit/client/ClientSupport.h"
 #include "qipg/CommonUtilities.h"
 
 namespace qipg_test {

@@ -4,7 +4,7 @@
 #include <functional>
 #include <thread>
 
-#include "e2e_support.h"
+#include "e2e/client/E2eSupport.h"
 
 namespace qipg_e2e {
 namespace {
