@@ -16,7 +16,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -71,11 +70,11 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
   QuandrelIPG& operator=(const QuandrelIPG&) = delete;
 
   /// SHA-256 text of the environment's built-in constant, computed at creation.
-  const std::string& shaPublicKey() const { return shaPublicKey_; }
+  const std::string& shaPublicKey() const;
   /// The selected gateway's base URL in canonical form; endpoint names are appended to it.
-  const std::string& CurrentDomainURL() const { return CurrentDomainURL_; }
+  const std::string& CurrentDomainURL() const;
   /// The configuration the client was created with, base URLs in canonical form.
-  const GatewayConfig& config() const { return config_; }
+  const GatewayConfig& config() const;
 
   /// Whether the defaults file holds, now, the envelope IV this process stored last: the file
   /// is read back. The IV a process stored is held in its memory and read from there,
@@ -205,16 +204,10 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
               const Text& transactionAmount, const Text& merchantID, const Text& encryptionString,
               const std::shared_ptr<IPGResponseDelegate>& delegate);
 
-  StringEncryption aesHelper_;
-  std::string shaPublicKey_;
-  CommonUtilities commonUtilities_;
-  mutable std::mutex credentialsMutex_;
-  Text merchantIDString_;
-  Text encryptionKeyString_;
-  std::string CurrentDomainURL_;
-  std::weak_ptr<IPGResponseDelegate> quandrelIPGDelegate_;
-  GatewayConfig config_;
-  std::shared_ptr<internal::Transport> transport_;
+  // What the client holds (src/client/QuandrelIPGImpl.h): private, so that the class's layout
+  // stays the same whatever it holds.
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
 };
 
 }  // namespace qipg

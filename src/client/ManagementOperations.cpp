@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "client/ManagementWire.h"
+#include "client/QuandrelIPGImpl.h"
 #include "net/Transport.h"
 #include "qipg/Cryptography.h"
 #include "qipg/IPGResponseDelegate.h"
@@ -89,10 +90,11 @@ void QuandrelIPG::sendPostRequestWithURL(
     const Text& url, const std::string& parameters,
     std::function<void(const Text& answer, const std::optional<TransportError>& error)>
         completion) {
-  transport_->post(internal::formPostRequest(url, parameters),
-                   [completion = std::move(completion)](const internal::TransportReply& reply) {
-                     if (completion) completion(reply.answer, reply.error);
-                   });
+  impl_->transport_->post(
+      internal::formPostRequest(url, parameters),
+      [completion = std::move(completion)](const internal::TransportReply& reply) {
+        if (completion) completion(reply.answer, reply.error);
+      });
 }
 
 void QuandrelIPG::manage(Operation op, const Text& orderID, const Text& transactionRefNumber,
@@ -102,9 +104,9 @@ void QuandrelIPG::manage(Operation op, const Text& orderID, const Text& transact
   auto [mid, key] = storeAndResolveCredentials(merchantID, encryptionString);
   internal::WipeOnExit wipe(key);
   internal::ManagementMessage call = internal::layOutManagement(
-      op, CurrentDomainURL_, orderID, transactionRefNumber, transactionAmount, mid, key);
+      op, impl_->CurrentDomainURL_, orderID, transactionRefNumber, transactionAmount, mid, key);
   if (call.verdict != kSuccess) return reportInputError(delegate, call.verdict);
-  postSealed(shared_from_this(), *transport_, &commonUtilities_, op, std::move(call),
+  postSealed(shared_from_this(), *impl_->transport_, &impl_->commonUtilities_, op, std::move(call),
              encryptionString, delegate);
 }
 
@@ -133,7 +135,7 @@ void QuandrelIPG::refundTransaction(
 }
 
 void QuandrelIPG::shutdown() {
-  if (transport_) transport_->shutdown();
+  if (impl_->transport_) impl_->transport_->shutdown();
 }
 
 }  // namespace qipg

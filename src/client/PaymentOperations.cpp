@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "client/QuandrelIPGImpl.h"
 #include "common/Url.h"
 #include "qipg/IPGCardCaptureRequest.h"
 #include "qipg/IPGStandardRequest.h"
@@ -34,7 +35,6 @@ const char* cardCaptureTypeCode(std::uint64_t transactionType) {
 
 const char* paymentTypeCode(std::uint64_t paymentType) { return paymentType == 0 ? "CC" : "DC"; }
 
-
 void reportFailure(const std::shared_ptr<IPGResponseDelegate>& delegate,
                    const std::string& message) {
   if (delegate) delegate->requestFailedError(message);
@@ -49,9 +49,9 @@ URLRequest QuandrelIPG::getURLRequestforTransaction(const Text& reqMsg, const Te
 
   URLRequest request;
   if (txnRequesttype == 1) {
-    request.url = CurrentDomainURL_ + "doMEPayRequestCard";
+    request.url = impl_->CurrentDomainURL_ + "doMEPayRequestCard";
   } else if (txnRequesttype == 0) {
-    request.url = CurrentDomainURL_ + "doMEPayRequest";
+    request.url = impl_->CurrentDomainURL_ + "doMEPayRequest";
   }
   request.httpMethod = "POST";
   request.setValueForHTTPHeaderField(std::to_string(body.size()), "Content-Length");
@@ -74,7 +74,7 @@ std::optional<URLRequest> QuandrelIPG::getStandardPaymentRequest(
   internal::WipeOnExit wiper(credentials.second);
   const Text& resolvedMID = credentials.first;
   const Text& resolvedKey = credentials.second;
-  const std::string responseURL = internal::returnURL(CurrentDomainURL_);
+  const std::string responseURL = internal::returnURL(impl_->CurrentDomainURL_);
 
   IPGStandardRequest builder(resolvedMID, orderID, transactionAmount, transactionCurrency, "",
                              typeCode, "", "", "", responseURL, "", "", resolvedKey,
@@ -116,7 +116,7 @@ std::optional<URLRequest> QuandrelIPG::getCardCapturePaymentRequest(
   internal::WipeOnExit wiper(credentials.second);
   const Text& resolvedMID = credentials.first;
   const Text& resolvedKey = credentials.second;
-  const std::string responseURL = internal::returnURL(CurrentDomainURL_);
+  const std::string responseURL = internal::returnURL(impl_->CurrentDomainURL_);
 
   IPGCardCaptureRequest builder(
       resolvedMID, orderID, transactionAmount, transactionCurrency, transactionDescription,

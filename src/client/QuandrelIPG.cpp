@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/InfoPlist.h"
+#include "client/QuandrelIPGImpl.h"
 #include "net/Transport.h"
 #include "security/UserDefaults.h"
 #include "security/Wipe.h"
@@ -45,54 +46,62 @@ std::shared_ptr<QuandrelIPG> QuandrelIPG::create(std::uint64_t environmentType,
 
 QuandrelIPG::QuandrelIPG(std::uint64_t environmentType, GatewayConfig config,
                          std::shared_ptr<internal::Transport> transport)
-    : config_(std::move(config)), transport_(std::move(transport)) {
+    : impl_(std::make_unique<Impl>()) {
+  impl_->config_ = std::move(config);
+  impl_->transport_ = std::move(transport);
   const bool test = environmentType == IPGEnvironmentTest;
-  CurrentDomainURL_ = test ? config_.testBaseURL : config_.productionBaseURL;
-  shaPublicKey_ =
-      aesHelper_.sha256(test ? kTestPublicKeyConstant : kProductionPublicKeyConstant, 32)
+  impl_->CurrentDomainURL_ = test ? impl_->config_.testBaseURL : impl_->config_.productionBaseURL;
+  impl_->shaPublicKey_ =
+      impl_->aesHelper_.sha256(test ? kTestPublicKeyConstant : kProductionPublicKeyConstant, 32)
           .value_or("");
   CommonUtilities::SetRandomIV(std::string(test ? kTestIV : kProductionIV), std::string(kIVKey));
 }
 
 QuandrelIPG::~QuandrelIPG() {
   shutdown();
-  std::lock_guard lock(credentialsMutex_);
-  replaceWiped(merchantIDString_, std::nullopt);
-  replaceWiped(encryptionKeyString_, std::nullopt);
+  std::lock_guard lock(impl_->credentialsMutex_);
+  replaceWiped(impl_->merchantIDString_, std::nullopt);
+  replaceWiped(impl_->encryptionKeyString_, std::nullopt);
 }
+
+const std::string& QuandrelIPG::shaPublicKey() const { return impl_->shaPublicKey_; }
+
+const std::string& QuandrelIPG::CurrentDomainURL() const { return impl_->CurrentDomainURL_; }
+
+const GatewayConfig& QuandrelIPG::config() const { return impl_->config_; }
 
 bool QuandrelIPG::ivPersisted() const {
   return internal::UserDefaults::standard().fileHolds(kIVKey);
 }
 
 Text QuandrelIPG::merchantIDString() const {
-  std::lock_guard lock(credentialsMutex_);
-  return merchantIDString_;
+  std::lock_guard lock(impl_->credentialsMutex_);
+  return impl_->merchantIDString_;
 }
 
 Text QuandrelIPG::encryptionKeyString() const {
-  std::lock_guard lock(credentialsMutex_);
-  return encryptionKeyString_;
+  std::lock_guard lock(impl_->credentialsMutex_);
+  return impl_->encryptionKeyString_;
 }
 
 void QuandrelIPG::setMerchantIDString(Text value) {
-  std::lock_guard lock(credentialsMutex_);
-  replaceWiped(merchantIDString_, std::move(value));
+  std::lock_guard lock(impl_->credentialsMutex_);
+  replaceWiped(impl_->merchantIDString_, std::move(value));
 }
 
 void QuandrelIPG::setEncryptionKeyString(Text value) {
-  std::lock_guard lock(credentialsMutex_);
-  replaceWiped(encryptionKeyString_, std::move(value));
+  std::lock_guard lock(impl_->credentialsMutex_);
+  replaceWiped(impl_->encryptionKeyString_, std::move(value));
 }
 
 std::shared_ptr<IPGResponseDelegate> QuandrelIPG::quandrelIPGDelegate() const {
-  std::lock_guard lock(credentialsMutex_);
-  return quandrelIPGDelegate_.lock();
+  std::lock_guard lock(impl_->credentialsMutex_);
+  return impl_->quandrelIPGDelegate_.lock();
 }
 
 void QuandrelIPG::setQuandrelIPGDelegate(const std::shared_ptr<IPGResponseDelegate>& delegate) {
-  std::lock_guard lock(credentialsMutex_);
-  quandrelIPGDelegate_ = delegate;
+  std::lock_guard lock(impl_->credentialsMutex_);
+  impl_->quandrelIPGDelegate_ = delegate;
 }
 
 void QuandrelIPG::getMerchantIDandEncryptionKeyFromPList(
@@ -111,9 +120,9 @@ void QuandrelIPG::checkForMIDandEncString(const Text& mid, const Text& encString
     listMID = merchantID;
     listKey = encryptionKey;
   });
-  std::lock_guard lock(credentialsMutex_);
-  replaceWiped(merchantIDString_, std::move(listMID));
-  replaceWiped(encryptionKeyString_, std::move(listKey));
+  std::lock_guard lock(impl_->credentialsMutex_);
+  replaceWiped(impl_->merchantIDString_, std::move(listMID));
+  replaceWiped(impl_->encryptionKeyString_, std::move(listKey));
 }
 
 std::pair<Text, Text> QuandrelIPG::storeAndResolveCredentials(const Text& mid, const Text& key) {
@@ -127,9 +136,9 @@ std::pair<Text, Text> QuandrelIPG::storeAndResolveCredentials(const Text& mid, c
       resolvedKey = encryptionKey;
     });
   }
-  std::lock_guard lock(credentialsMutex_);
-  replaceWiped(merchantIDString_, resolvedMID);
-  replaceWiped(encryptionKeyString_, resolvedKey);
+  std::lock_guard lock(impl_->credentialsMutex_);
+  replaceWiped(impl_->merchantIDString_, resolvedMID);
+  replaceWiped(impl_->encryptionKeyString_, resolvedKey);
   return {std::move(resolvedMID), std::move(resolvedKey)};
 }
 

@@ -17,6 +17,7 @@
 #include <stop_token>
 #include <utility>
 
+#include "client/QuandrelIPGImpl.h"
 #include "cxx/ClientChecks.h"
 #include "cxx/ClientErrors.h"
 #include "net/CompletionPool.h"
@@ -191,7 +192,7 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
     impl->ipg = QuandrelIPG::create(
         options.environment == Environment::Test ? IPGEnvironmentTest : IPGEnvironmentProduction,
         options.gateway);
-    if (impl->ipg) impl->transport = impl->ipg->transport_;
+    if (impl->ipg) impl->transport = impl->ipg->impl_->transport_;
     if (!impl->ipg || !impl->transport) {
       return makeError(ErrorKind::Config,
                        "the client could not be set up: the HTTP transport did "
