@@ -2,6 +2,10 @@
 // and starts the HTTP transport's thread. Measured beside the bare durable write it contains:
 // one SQLite INSERT OR REPLACE committed with synchronous=FULL into a file in the same
 // temporary directory.
+//
+// And what the user-defaults store's read cache saves: reading an IV that another process
+// stored (every envelope of a process that seals without creating a client reads it), with
+// the cache (the file's change counter is checked) against without (a SELECT per read).
 #include <sqlite3.h>
 #include <stdlib.h>
 
@@ -10,6 +14,7 @@
 
 #include "Ratio.h"
 #include "qipg/QuandrelIPG.h"
+#include "security/UserDefaults.h"
 
 namespace {
 
@@ -92,9 +97,33 @@ void BM_DurableSqliteWriteBaseline(benchmark::State& state) {
 }
 BENCHMARK(BM_DurableSqliteWriteBaseline)->UseRealTime();
 
+void readOtherProcessesIV(benchmark::State& state, bool cacheReads) {
+  const std::string file = (tempDir().path() / "shared-defaults.sqlite3").string();
+  {
+    qipg::internal::UserDefaults writer(qipg::internal::UserDefaults::Options{file, 3000, true});
+    writer.setString("randomIV", "4e9a1c07b3d58f26");
+  }
+  qipg::internal::UserDefaults reader(
+      qipg::internal::UserDefaults::Options{file, 3000, cacheReads});
+  for (auto _ : state) {
+    if (reader.stringForKey("randomIV") != "4e9a1c07b3d58f26") {
+      state.SkipWithError("the IV could not be read");
+      break;
+    }
+  }
+}
+
+void BM_ReadStoredIV(benchmark::State& state) { readOtherProcessesIV(state, true); }
+BENCHMARK(BM_ReadStoredIV)->UseRealTime();
+
+void BM_ReadStoredIVWithoutCache(benchmark::State& state) { readOtherProcessesIV(state, false); }
+BENCHMARK(BM_ReadStoredIVWithoutCache)->UseRealTime();
+
 }  // namespace
 
 int main(int argc, char** argv) {
   return qipg_bench::runWithRatios(
-      argc, argv, {{"BM_CreateClient/real_time", "BM_DurableSqliteWriteBaseline/real_time"}});
+      argc, argv,
+      {{"BM_CreateClient/real_time", "BM_DurableSqliteWriteBaseline/real_time"},
+       {"BM_ReadStoredIV/real_time", "BM_ReadStoredIVWithoutCache/real_time"}});
 }
