@@ -16,15 +16,15 @@
 #include <condition_variable>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "net/CompletionPool.h"
 #include "common/Ascii.h"
+#include "common/ThreadAnnotations.h"
 #include "common/Url.h"
+#include "net/CompletionPool.h"
 
 namespace qipg::internal {
 namespace {
@@ -108,16 +108,22 @@ struct State {
   ShareHandle share;
   MultiHandle multi;
 
-  std::mutex mutex;
-  std::condition_variable threadEnded;
-  std::deque<Pending> queue;       // guarded by mutex
-  std::vector<RequestId> cancels;  // guarded by mutex
-  RequestId lastId = 0;            // guarded by mutex
-  bool stopping = false;           // guarded by mutex
-  bool watching = false;           // guarded by mutex: the thread looks at the queue itself
+  Mutex mutex;
+  std::condition_variable_any threadEnded;
+  std::deque<Pending> queue QIPG_GUARDED_BY(mutex);
+  std::vector<RequestId> cancels QIPG_GUARDED_BY(mutex);
+  RequestId lastId QIPG_GUARDED_BY(mutex) = 0;
+  bool stopping QIPG_GUARDED_BY(mutex) = false;
+  // The thread looks at the queue itself: a request needs no wake-up.
+  bool watching QIPG_GUARDED_BY(mutex) = false;
   std::atomic<bool> posted{false};  // a request was queued since the thread began watching
-  bool threadRunning = false;      // guarded by mutex
-  std::thread::id threadId;        // guarded by mutex
+  bool threadRunning QIPG_GUARDED_BY(mutex) = false;
+  std::thread::id threadId QIPG_GUARDED_BY(mutex);
+
+  // Something for the thread to do: requests, cancellations or the end.
+  bool hasWork() const QIPG_REQUIRES(mutex) {
+    return !queue.empty() || !cancels.empty() || stopping;
+  }
 };
 
 // Hands `reply` to `completion` on a completion thread; the completion is released there too.
@@ -268,7 +274,7 @@ class TransferRunner {
       std::vector<RequestId> cancels;
       bool stopping = false;
       {
-        std::lock_guard lock(state_->mutex);
+        MutexLock lock(state_->mutex);
         incoming.swap(state_->queue);
         cancels.swap(state_->cancels);
         stopping = state_->stopping;
@@ -289,7 +295,7 @@ class TransferRunner {
       curl_multi_poll(multi, nullptr, 0, kIdlePollMs, nullptr);
     }
     {
-      std::lock_guard lock(state_->mutex);
+      MutexLock lock(state_->mutex);
       state_->threadRunning = false;
     }
     state_->threadEnded.notify_all();
@@ -426,12 +432,9 @@ class TransferRunner {
   bool watchForPosts() {
     static const bool worthIt = std::thread::hardware_concurrency() > 1;
     if (!worthIt) return false;
-    auto hasWork = [this] {
-      return !state_->queue.empty() || !state_->cancels.empty() || state_->stopping;
-    };
     {
-      std::lock_guard lock(state_->mutex);
-      if (hasWork()) return true;
+      MutexLock lock(state_->mutex);
+      if (state_->hasWork()) return true;
       state_->watching = true;
       state_->posted.store(false, std::memory_order_relaxed);
     }
@@ -441,9 +444,9 @@ class TransferRunner {
       std::this_thread::yield();
     }
     // A request queued from here on wakes the thread as usual.
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     state_->watching = false;
-    return hasWork();
+    return state_->hasWork();
   }
 
   // Hands every finished transfer to its completion; true when there was one.
@@ -566,7 +569,7 @@ class CurlTransport final : public Transport {
   CurlTransport& operator=(const CurlTransport&) = delete;
 
   RequestId send(URLRequest request, Completion completion, PostOptions options) override {
-    std::unique_lock lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     Pending pending{++state_->lastId, std::move(request), std::move(completion), options};
     const RequestId id = pending.id;
     TransportReply refusal = failure(TransportError::kShutDown, kShutDownMessage);
@@ -594,7 +597,7 @@ class CurlTransport final : public Transport {
   }
 
   void cancel(RequestId id) override {
-    std::lock_guard lock(state_->mutex);
+    MutexLock lock(state_->mutex);
     if (state_->stopping || id == 0 || id > state_->lastId) return;
     try {
       state_->cancels.push_back(id);
@@ -608,14 +611,14 @@ class CurlTransport final : public Transport {
     std::thread thread;
     bool onTransferThread = false;
     {
-      std::unique_lock lock(state_->mutex);
+      MutexLock lock(state_->mutex);
       state_->stopping = true;
       thread = std::move(thread_);
       onTransferThread = state_->threadRunning && state_->threadId == std::this_thread::get_id();
       curl_multi_wakeup(state_->multi.get());
       if (!thread.joinable() && !onTransferThread) {
         // Another caller is joining the thread: wait with it until the thread has ended.
-        state_->threadEnded.wait(lock, [this] { return !state_->threadRunning; });
+        while (state_->threadRunning) state_->threadEnded.wait(lock);
       }
     }
     if (onTransferThread) {
@@ -629,7 +632,7 @@ class CurlTransport final : public Transport {
 
  private:
   std::shared_ptr<State> state_;
-  std::thread thread_;  // guarded by state_->mutex; empty once shut down
+  std::thread thread_ QIPG_GUARDED_BY(state_->mutex);  // empty once shut down
 };
 
 }  // namespace

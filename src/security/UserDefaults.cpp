@@ -482,8 +482,8 @@ UserDefaults::Connection* UserDefaults::connection(const std::optional<std::stri
 }
 
 template <typename Op>
-auto UserDefaults::withConnection(const std::optional<std::string>& path, Op op, int waitMs)
-    -> decltype(op(std::declval<Connection&>())) {
+std::invoke_result_t<Op&, UserDefaults::Connection&> UserDefaults::withConnection(
+    const std::optional<std::string>& path, Op op, int waitMs) {
   if (waitMs < 0) waitMs = options_.busyTimeoutMs;
   Connection* c = connection(path, true, waitMs);
   if (c == nullptr) return SQLITE_CANTOPEN;
@@ -511,7 +511,7 @@ bool UserDefaults::writeThrough(const std::optional<std::string>& path, std::str
 }
 
 std::optional<std::string> UserDefaults::stringForKey(std::string_view key) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<std::string> at = path();
   HeldKeys& mine = held(at);
   if (const auto it = mine.find(key); it != mine.end()) {
@@ -531,7 +531,7 @@ std::optional<std::string> UserDefaults::stringForKey(std::string_view key) {
 }
 
 bool UserDefaults::hasValueForKey(std::string_view key) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<std::string> at = path();
   const HeldKeys& mine = held(at);
   if (const auto it = mine.find(key); it != mine.end()) return it->second.value.has_value();
@@ -541,7 +541,7 @@ bool UserDefaults::hasValueForKey(std::string_view key) {
 }
 
 bool UserDefaults::setString(std::string_view key, std::string_view value) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<std::string> at = path();
   Held& entry = held(at)[std::string(key)];
   entry.value = std::string(value);
@@ -549,7 +549,7 @@ bool UserDefaults::setString(std::string_view key, std::string_view value) {
 }
 
 bool UserDefaults::removeObjectForKey(std::string_view key) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<std::string> at = path();
   Held& entry = held(at)[std::string(key)];
   entry.value.reset();
@@ -557,7 +557,7 @@ bool UserDefaults::removeObjectForKey(std::string_view key) {
 }
 
 bool UserDefaults::synchronize() {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<std::string> at = path();
   if (connection(at, true, options_.busyTimeoutMs) == nullptr) return false;
   bool all = true;
@@ -568,14 +568,14 @@ bool UserDefaults::synchronize() {
 }
 
 bool UserDefaults::heldInMemoryOnly(std::string_view key) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const HeldKeys& mine = held(path());
   const auto it = mine.find(key);
   return it != mine.end() && !it->second.persisted;
 }
 
 bool UserDefaults::fileHolds(std::string_view key) {
-  std::lock_guard lock(mutex_);
+  MutexLock lock(mutex_);
   const std::optional<std::string> at = path();
   HeldKeys& mine = held(at);
   const auto it = mine.find(key);

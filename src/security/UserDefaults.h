@@ -44,11 +44,13 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+
+#include "common/ThreadAnnotations.h"
 
 namespace qipg::internal {
 
@@ -110,6 +112,8 @@ class UserDefaults {
  private:
   struct Connection;
 
+  Mutex mutex_;  // guards the connection and what this store wrote
+
   // A write of this store: the value (absent: removed) and whether it reached the file.
   struct Held {
     std::optional<std::string> value;
@@ -120,31 +124,30 @@ class UserDefaults {
   // The path in force; absent when none can be found.
   std::optional<std::string> path() const;
   // What this store wrote at `path`.
-  HeldKeys& held(const std::optional<std::string>& path);
+  HeldKeys& held(const std::optional<std::string>& path) QIPG_REQUIRES(mutex_);
   // Writes `value` (absent: removes the key) to the file at `path`; true when it got there.
   // `waitMs`: how long to wait for another connection's lock; negative: the busy timeout.
   bool writeThrough(const std::optional<std::string>& path, std::string_view key,
-                    const std::optional<std::string>& value, int waitMs = -1);
+                    const std::optional<std::string>& value, int waitMs = -1) QIPG_REQUIRES(mutex_);
 
   // Returns the open connection for `path`, opening (or re-opening) it as needed, set to
   // wait `waitMs` for another connection's lock; null when the store cannot be opened.
   // `checkFile` also re-opens when the file at the path is no longer the one open; without
-  // it, no connection is opened either (the cheap check before a read from memory). Called
-  // with `mutex_` held.
-  Connection* connection(const std::optional<std::string>& path, bool checkFile, int waitMs);
+  // it, no connection is opened either (the cheap check before a read from memory).
+  Connection* connection(const std::optional<std::string>& path, bool checkFile, int waitMs)
+      QIPG_REQUIRES(mutex_);
   // Runs `op` on the connection; when it reports a corrupt file, sets the file aside, opens
-  // a fresh store and runs `op` once more. `waitMs` as for writeThrough. Called with `mutex_`
-  // held.
+  // a fresh store and runs `op` once more. `waitMs` as for writeThrough.
   template <typename Op>
-  auto withConnection(const std::optional<std::string>& path, Op op, int waitMs = -1)
-      -> decltype(op(std::declval<Connection&>()));
+  std::invoke_result_t<Op&, Connection&> withConnection(const std::optional<std::string>& path,
+                                                        Op op, int waitMs = -1)
+      QIPG_REQUIRES(mutex_);
 
   const Options options_;
-  std::mutex mutex_;
-  std::unique_ptr<Connection> connection_;
+  std::unique_ptr<Connection> connection_ QIPG_GUARDED_BY(mutex_);
   // What this store wrote, by path ("" when there is none) and key. Grows only with the keys
   // written; the library writes one.
-  std::map<std::string, HeldKeys, std::less<>> held_;
+  std::map<std::string, HeldKeys, std::less<>> held_ QIPG_GUARDED_BY(mutex_);
 };
 
 }  // namespace qipg::internal
