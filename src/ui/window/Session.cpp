@@ -78,7 +78,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
                                  std::shared_ptr<IPGPaymentControllerDelegate> host,
                                  PostToWindowThread post,
                                  const std::shared_ptr<WindowPorts>& window,
-                                 std::shared_ptr<TimerSchedulerPort> timers) {
+                                 const std::shared_ptr<TimerSchedulerPort>& timers) {
   WindowController started;
   started.controller =
       WebviewController::create(options.client ? options.client->config() : options.gateway);
@@ -90,7 +90,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   controller.setNavBarView(window);
   controller.setLblNavBarTitle(window);
   controller.setPresenter(window);
-  controller.setTimerScheduler(std::move(timers));
+  controller.setTimerScheduler(timers);
   controller.viewDidLoad();
   return started;
 }

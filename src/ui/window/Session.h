@@ -40,7 +40,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
                                  std::shared_ptr<IPGPaymentControllerDelegate> host,
                                  PostToWindowThread post,
                                  const std::shared_ptr<WindowPorts>& window,
-                                 std::shared_ptr<TimerSchedulerPort> timers);
+                                 const std::shared_ptr<TimerSchedulerPort>& timers);
 
 // True when a payment that ended this way is unclear: cancelled, or a final page whose record
 // could not be read (status "F" and no order, reference or description).
