@@ -114,8 +114,13 @@ void prepareQtWebEngineEnvironment() {
   // has decided (a certificate our trusted CA vouches for is accepted after such a dump): only
   // its fatal messages stay. The window reports what matters through its own events; a host
   // that sets QTWEBENGINE_CHROMIUM_FLAGS itself chooses its own.
+  const bool gpu = gpuAvailable();
   setEnvironmentDefault("QTWEBENGINE_CHROMIUM_FLAGS",
-                        gpuAvailable() ? "--log-level=3" : "--log-level=3 --disable-gpu");
+                        gpu ? "--log-level=3" : "--log-level=3 --disable-gpu");
+  // Without a GPU, Qt Quick (which shows the web view) would render through a software OpenGL
+  // (llvmpipe), whose code and buffers cost about 38 MiB of the window's memory; its own
+  // software renderer shows the same page. A host that sets QT_QUICK_BACKEND chooses itself.
+  if (!gpu) setEnvironmentDefault("QT_QUICK_BACKEND", "software");
   static const bool filtered = [] {
     hostFilter = QLoggingCategory::installFilter(withoutEngineSetupNotes);
     return true;
