@@ -5,7 +5,10 @@
 //   - the first window of a process, with prewarm() called earlier and without (each in a
 //     fresh process, the same pause before opening), and the peak resident memory of that
 //     process and its browser processes with one window open;
-//   - reading the result once the final page has loaded, beside the engine's load of it.
+//   - reading the result once the final page has loaded, beside the engine's load of it;
+//   - the proportional memory (PSS) of a process and its browser processes with the card form
+//     shown in our window, beside a bare engine view (no library code, the same engine
+//     settings) showing the same form, each in a fresh process.
 //
 // Needs a display: run it through scripts/with-display. Without one it says so and exits 0.
 //   scripts/with-display build/bin/bench_payment_page[_qt] [--iterations=N]
@@ -184,8 +187,8 @@ int firstOpen(const std::string& dir, bool warm) {
   std::shared_ptr<qipg::QuandrelIPG> client;
   auto request = paymentRequest(*gateway, client);
   if (!request) return 1;
-  const auto ns = openToForm(*request, gateway->baseURL() + "doMEPayRequest",
-                             windowOptions(*gateway, client));
+  const auto ns =
+      openToForm(*request, gateway->baseURL() + "doMEPayRequest", windowOptions(*gateway, client));
   if (!ns) return 1;
   std::printf("FIRST %.0f %ld\n", *ns, peakRssKiB());
   std::fflush(stdout);
@@ -202,6 +205,78 @@ bool runFirstOpen(const std::string& self, bool warm, double& ns, long& kib) {
   bool ok = false;
   while (std::fgets(line, sizeof line, pipe) != nullptr) {
     ok |= std::sscanf(line, "FIRST %lf %ld", &ns, &kib) == 2;
+  }
+  return pclose(pipe) == 0 && ok;
+}
+
+// Proportional memory (PSS) of this process and every process below it now, in KiB.
+long pssKiB(pid_t pid = getpid()) {
+  long total = 0;
+  std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+  for (std::string line; std::getline(rollup, line);) {
+    if (line.rfind("Pss:", 0) == 0) total += std::atol(line.c_str() + 4);
+  }
+  const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+  if (DIR* dir = opendir(tasks.c_str())) {
+    while (dirent* entry = readdir(dir)) {
+      if (entry->d_name[0] == '.') continue;
+      std::ifstream children(tasks + "/" + entry->d_name + "/children");
+      for (pid_t child; children >> child;) total += pssKiB(child);
+    }
+    closedir(dir);
+  }
+  return total;
+}
+
+// In a child process: the card form saved by the parent (dir/form.html), served by GET and
+// shown in our window or in a bare engine view; the peak PSS over three seconds of it shown.
+// Prints "MEM <KiB>".
+int memoryWithForm(const std::string& dir, bool bare) {
+  auto gateway = startGateway(dir + "/memory-" + std::to_string(getpid()));
+  if (!gateway) return 1;
+  std::ifstream in(dir + "/form.html");
+  std::stringstream html;
+  html << in.rdbuf();
+  FormServer server(*gateway, html.str());
+  std::shared_ptr<qipg::QuandrelIPG> client;
+  std::shared_ptr<toolkit::Window> window;
+  if (bare) {
+    if (!toolkit::openBareView(server.formURL())) return 1;
+  } else {
+    if (!paymentRequest(*gateway, client)) return 1;
+    qipg::URLRequest get;
+    get.url = server.formURL();
+    get.httpMethod = "GET";
+    bool shown = false;
+    auto options = windowOptions(*gateway, client);
+    options.onPageLoad = [&](qipg::PageLoadEvent event, const std::string& uri) {
+      if (event == qipg::PageLoadEvent::Finished && uri == server.formURL()) shown = true;
+    };
+    std::string error;
+    window =
+        toolkit::present(get, qipg::makePaymentControllerDelegate(nullptr, [] {}), options, &error);
+    if (!window || !toolkit::spinUntil([&] { return shown; })) return 1;
+  }
+  long peak = 0;
+  for (int second = 0; second < 3; ++second) {
+    toolkit::spinUntil([] { return false; }, 1);
+    peak = std::max(peak, pssKiB());
+  }
+  std::printf("MEM %ld\n", peak);
+  std::fflush(stdout);
+  std::_Exit(0);  // the engines' teardown is not measured
+}
+
+// Runs this program again for one memory figure; false when it failed.
+bool runMemory(const std::string& self, bool bare, double& kib) {
+  const std::string command =
+      "'" + self + "' --memory=" + (bare ? "bare" : "ours") + " 2>/dev/null";
+  FILE* pipe = popen(command.c_str(), "r");
+  if (pipe == nullptr) return false;
+  char line[256];
+  bool ok = false;
+  while (std::fgets(line, sizeof line, pipe) != nullptr) {
+    ok |= std::sscanf(line, "MEM %lf", &kib) == 1;
   }
   return pclose(pipe) == 0 && ok;
 }
@@ -257,6 +332,7 @@ int run(int argc, char** argv) {
     if (std::strncmp(argv[i], "--iterations=", 13) == 0) iterations = std::atoi(argv[i] + 13);
     if (std::strncmp(argv[i], "--first-opens=", 14) == 0) firstOpens = std::atoi(argv[i] + 14);
     if (std::strncmp(argv[i], "--first-open=", 13) == 0) child = argv[i] + 13;
+    if (std::strncmp(argv[i], "--memory=", 9) == 0) child = std::string("memory-") + (argv[i] + 9);
   }
   iterations = std::clamp(iterations, 1, 1000);
   firstOpens = std::clamp(firstOpens, 0, 100);
@@ -272,12 +348,14 @@ int run(int argc, char** argv) {
     setenv("QIPG_DEFAULTS_FILE", (dir + "/defaults.sqlite3").c_str(), 1);
   }
   if (!toolkit::init(&argc, argv)) {
-    std::printf("bench_payment_page (%s): skipped, no display (run it through "
-                "scripts/with-display)\n",
-                toolkit::kName);
+    std::printf(
+        "bench_payment_page (%s): skipped, no display (run it through "
+        "scripts/with-display)\n",
+        toolkit::kName);
     std::filesystem::remove_all(dir);
     return 0;
   }
+  if (child.rfind("memory-", 0) == 0) return memoryWithForm(dir, child == "memory-bare");
   if (!child.empty()) return firstOpen(dir, child == "warm");
 
   // First windows of a process, each in a fresh process, cold and prewarmed in turn.
@@ -309,6 +387,19 @@ int run(int argc, char** argv) {
     return 1;
   }
   FormServer direct(*gateway, "<!DOCTYPE html>" + html);
+  std::ofstream(dir + "/form.html") << "<!DOCTYPE html>" << html;
+  // Memory with the card form shown: ours and the bare engine in turn, each in a fresh process.
+  std::vector<double> oursKiB, bareKiB;
+  for (int n = 0; n < std::max(firstOpens / 2, 1); ++n) {
+    for (bool bare : {false, true}) {
+      double kib = 0;
+      if (!runMemory(self, bare, kib)) {
+        std::fprintf(stderr, "bench: the card form did not show for the memory figure\n");
+        return 1;
+      }
+      (bare ? bareKiB : oursKiB).push_back(kib);
+    }
+  }
   qipg::URLRequest get;
   get.url = direct.formURL();
   get.httpMethod = "GET";
@@ -337,9 +428,10 @@ int run(int argc, char** argv) {
     return 1;
   }
 
-  std::printf("payment window (%s), medians: %d windows per row, %d fresh processes per first "
-              "window\n\n",
-              toolkit::kName, iterations, firstOpens);
+  std::printf(
+      "payment window (%s), medians: %d windows per row, %d fresh processes per first "
+      "window\n\n",
+      toolkit::kName, iterations, firstOpens);
   std::printf("%-46s %16s  %-40s %16s %8s\n", "figure", "value", "baseline", "value", "ratio");
   row("open -> card form loaded (payment POST)", median(posted),
       "same window, card form by URL (GET)", median(fetched));
@@ -349,6 +441,8 @@ int run(int argc, char** argv) {
   }
   row("final page finished -> delegate told", median(readOuts), "engine's load of the final page",
       median(loads));
+  row("PSS with the card form shown, our window", median(oursKiB),
+      "bare engine view, same form and settings", median(bareKiB), "KiB");
   if (firstOpens > 0) {
     std::printf("\npeak RSS with one window open (process and its browser processes): %.0f KiB\n",
                 median(rss));
