@@ -158,23 +158,48 @@ class FormServer {
   std::thread thread_;
 };
 
-// Peak resident memory of this process and every process below it, in KiB.
-long peakRssKiB(pid_t pid = getpid()) {
+// The sum of the `field` lines ("VmHWM:", "Pss:") of /proc/PID/`file` over this process and
+// every process below it, in KiB.
+long sumOverTree(const char* file, const std::string& field, pid_t pid = getpid()) {
   long total = 0;
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.rfind("VmHWM:", 0) == 0) total += std::atol(line.c_str() + 6);
+  std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind(field, 0) == 0) total += std::atol(line.c_str() + field.size());
   }
   const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
   if (DIR* dir = opendir(tasks.c_str())) {
     while (dirent* entry = readdir(dir)) {
       if (entry->d_name[0] == '.') continue;
       std::ifstream children(tasks + "/" + entry->d_name + "/children");
-      for (pid_t child; children >> child;) total += peakRssKiB(child);
+      for (pid_t child; children >> child;) total += sumOverTree(file, field, child);
     }
     closedir(dir);
   }
   return total;
+}
+
+// Peak resident memory of this process and its browser processes, in KiB.
+long peakRssKiB() { return sumOverTree("status", "VmHWM:"); }
+
+// Proportional memory (PSS) of this process and its browser processes now, in KiB.
+long pssKiB() { return sumOverTree("smaps_rollup", "Pss:"); }
+
+// Runs this program again with `argument` and reads the numbers of its line that starts with
+// `tag`; false when it failed.
+bool runChild(const std::string& self, const std::string& argument, const char* tag,
+              std::vector<double>& numbers) {
+  FILE* pipe = popen(("'" + self + "' " + argument + " 2>/dev/null").c_str(), "r");
+  if (pipe == nullptr) return false;
+  char line[256];
+  bool ok = false;
+  while (std::fgets(line, sizeof line, pipe) != nullptr) {
+    if (std::strncmp(line, tag, std::strlen(tag)) != 0) continue;
+    std::istringstream fields(line + std::strlen(tag));
+    numbers.clear();
+    for (double n = 0; fields >> n;) numbers.push_back(n);
+    ok = !numbers.empty();
+  }
+  return pclose(pipe) == 0 && ok;
 }
 
 // In a child process: the first window of the process, with or without prewarm(), after the
@@ -193,39 +218,6 @@ int firstOpen(const std::string& dir, bool warm) {
   std::printf("FIRST %.0f %ld\n", *ns, peakRssKiB());
   std::fflush(stdout);
   std::_Exit(0);  // the engines' teardown is not measured
-}
-
-// Runs this program again for one first window; false when it failed.
-bool runFirstOpen(const std::string& self, bool warm, double& ns, long& kib) {
-  const std::string command =
-      "'" + self + "' --first-open=" + (warm ? "warm" : "cold") + " 2>/dev/null";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return false;
-  char line[256];
-  bool ok = false;
-  while (std::fgets(line, sizeof line, pipe) != nullptr) {
-    ok |= std::sscanf(line, "FIRST %lf %ld", &ns, &kib) == 2;
-  }
-  return pclose(pipe) == 0 && ok;
-}
-
-// Proportional memory (PSS) of this process and every process below it now, in KiB.
-long pssKiB(pid_t pid = getpid()) {
-  long total = 0;
-  std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
-  for (std::string line; std::getline(rollup, line);) {
-    if (line.rfind("Pss:", 0) == 0) total += std::atol(line.c_str() + 4);
-  }
-  const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
-  if (DIR* dir = opendir(tasks.c_str())) {
-    while (dirent* entry = readdir(dir)) {
-      if (entry->d_name[0] == '.') continue;
-      std::ifstream children(tasks + "/" + entry->d_name + "/children");
-      for (pid_t child; children >> child;) total += pssKiB(child);
-    }
-    closedir(dir);
-  }
-  return total;
 }
 
 // In a child process: the card form saved by the parent (dir/form.html), served by GET and
@@ -265,20 +257,6 @@ int memoryWithForm(const std::string& dir, bool bare) {
   std::printf("MEM %ld\n", peak);
   std::fflush(stdout);
   std::_Exit(0);  // the engines' teardown is not measured
-}
-
-// Runs this program again for one memory figure; false when it failed.
-bool runMemory(const std::string& self, bool bare, double& kib) {
-  const std::string command =
-      "'" + self + "' --memory=" + (bare ? "bare" : "ours") + " 2>/dev/null";
-  FILE* pipe = popen(command.c_str(), "r");
-  if (pipe == nullptr) return false;
-  char line[256];
-  bool ok = false;
-  while (std::fgets(line, sizeof line, pipe) != nullptr) {
-    ok |= std::sscanf(line, "MEM %lf", &kib) == 1;
-  }
-  return pclose(pipe) == 0 && ok;
 }
 
 struct ReadOut {
@@ -363,14 +341,15 @@ int run(int argc, char** argv) {
   const std::string self = std::filesystem::read_symlink("/proc/self/exe");
   for (int n = 0; n < firstOpens; ++n) {
     for (bool prewarmed : {false, true}) {
-      double ns = 0;
-      long kib = 0;
-      if (!runFirstOpen(self, prewarmed, ns, kib)) {
+      std::vector<double> figures;  // ns, KiB
+      if (!runChild(self, std::string("--first-open=") + (prewarmed ? "warm" : "cold"), "FIRST",
+                    figures) ||
+          figures.size() != 2) {
         std::fprintf(stderr, "bench: a first window did not open\n");
         return 1;
       }
-      (prewarmed ? warm : cold).push_back(ns);
-      if (!prewarmed) rss.push_back(static_cast<double>(kib));
+      (prewarmed ? warm : cold).push_back(figures[0]);
+      if (!prewarmed) rss.push_back(figures[1]);
     }
   }
 
@@ -392,12 +371,12 @@ int run(int argc, char** argv) {
   std::vector<double> oursKiB, bareKiB;
   for (int n = 0; n < std::max(firstOpens / 2, 1); ++n) {
     for (bool bare : {false, true}) {
-      double kib = 0;
-      if (!runMemory(self, bare, kib)) {
+      std::vector<double> kib;
+      if (!runChild(self, std::string("--memory=") + (bare ? "bare" : "ours"), "MEM", kib)) {
         std::fprintf(stderr, "bench: the card form did not show for the memory figure\n");
         return 1;
       }
-      (bare ? bareKiB : oursKiB).push_back(kib);
+      (bare ? bareKiB : oursKiB).push_back(kib[0]);
     }
   }
   qipg::URLRequest get;
