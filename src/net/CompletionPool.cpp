@@ -1,6 +1,7 @@
 #include "net/CompletionPool.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -30,7 +31,13 @@ struct CompletionPool::Shared {
 };
 
 CompletionPool::CompletionPool(std::size_t maxThreads)
-    : shared_(std::make_shared<Shared>(std::max<std::size_t>(maxThreads, 1))) {}
+    : shared_(std::make_shared<Shared>(std::max<std::size_t>(maxThreads, 1))) {
+  std::lock_guard lock(shared_->mutex);
+  shared_->threadIds.reserve(1);
+  std::thread thread(&CompletionPool::work, shared_);
+  shared_->threadIds.push_back(thread.get_id());
+  thread.detach();
+}
 
 CompletionPool::~CompletionPool() { close(); }
 
@@ -63,16 +70,19 @@ void CompletionPool::work(std::shared_ptr<Shared> shared) {
 void CompletionPool::submit(std::function<void()> task) noexcept {
   Shared& shared = *shared_;
   std::unique_lock lock(shared.mutex);
-  try {
-    shared.tasks.push_back(std::move(task));
-  } catch (...) {
-    lock.unlock();
-    // No room to queue it: run it here rather than lose it.
+  for (;;) {
     try {
-      if (task) task();
+      shared.tasks.push_back(std::move(task));
+      break;
     } catch (...) {
+      // No memory to queue it: wait until the threads have taken what is queued (a task
+      // moved from only when the push succeeded, so it is still whole).
+      if (shared.threadIds.empty() || shared.onPoolThread()) {
+        lock.unlock();
+        return runHere(task);
+      }
+      shared.settled.wait_for(lock, std::chrono::milliseconds(1));
     }
-    return;
   }
   if (shared.idle < shared.tasks.size() &&
       (shared.threadIds.size() < shared.maxThreads || shared.closing)) {
@@ -82,18 +92,23 @@ void CompletionPool::submit(std::function<void()> task) noexcept {
       shared.threadIds.push_back(thread.get_id());
       thread.detach();
     } catch (...) {
-      // The threads there are will get to it; with none at all it runs below.
+      // The threads there are will get to it.
     }
   }
   if (!shared.threadIds.empty()) {
     shared.wake.notify_one();
     return;
   }
+  // Closed, and no thread could be started for it.
   std::function<void()> orphan = std::move(shared.tasks.back());
   shared.tasks.pop_back();
   lock.unlock();
+  runHere(orphan);
+}
+
+void CompletionPool::runHere(std::function<void()>& task) noexcept {
   try {
-    orphan();
+    if (task) task();
   } catch (...) {
   }
 }

@@ -15,7 +15,9 @@
 #include <cmath>
 #include <condition_variable>
 #include <deque>
+#include <cstdlib>
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -294,8 +296,14 @@ class TransferRunner {
       if (answered && live_.empty() && waiting_.empty() && watchForPosts()) continue;
       curl_multi_poll(multi, nullptr, 0, kIdlePollMs, nullptr);
     }
+    // The connections close here, while the process is surely whole: a transport that
+    // outlives this thread may be released during the process's exit, after OpenSSL's own
+    // exit handler, when closing a TLS connection would use what that handler freed.
+    spare_.clear();
     {
       MutexLock lock(state_->mutex);
+      state_->multi.reset();
+      state_->share.reset();
       state_->threadRunning = false;
     }
     state_->threadEnded.notify_all();
@@ -637,19 +645,67 @@ class CurlTransport final : public Transport {
 
 }  // namespace
 
-std::shared_ptr<Transport> Transport::create(const GatewayConfig& config) {
-  static const CURLcode globalInit = curl_global_init(CURL_GLOBAL_DEFAULT);
-  if (globalInit != CURLE_OK) return nullptr;
-  auto state = std::make_shared<State>(config);
-  state->multi.reset(curl_multi_init());
-  state->share.reset(curl_share_init());
-  if (state->share) {
-    curl_share_setopt(state->share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+namespace {
+
+// Every transport of the process, so that an exit with requests in flight stops them before
+// OpenSSL's exit handler frees what their TLS connections use (libcurl registers that handler
+// when it starts, so ours, registered after it, runs first).
+struct LiveTransports {
+  std::mutex mutex;
+  std::vector<std::weak_ptr<Transport>> transports;
+};
+
+LiveTransports& liveTransports() {
+  static auto* live = new LiveTransports;  // never destroyed: exit handlers use it
+  return *live;
+}
+
+void shutDownLiveTransports() {
+  std::vector<std::shared_ptr<Transport>> alive;
+  {
+    LiveTransports& live = liveTransports();
+    std::lock_guard lock(live.mutex);
+    for (const std::weak_ptr<Transport>& weak : live.transports) {
+      if (auto transport = weak.lock()) alive.push_back(std::move(transport));
+    }
   }
-  if (!state->multi) return nullptr;
-  curl_multi_setopt(state->multi.get(), CURLMOPT_MAXCONNECTS, kMaxCachedConnections);
-  curl_multi_setopt(state->multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, kMaxHostConnections);
-  return std::make_shared<CurlTransport>(std::move(state));
+  // Outside the lock: a transport released on its own transfer thread takes it.
+  for (const auto& transport : alive) transport->shutdown();
+}
+
+bool startLibcurl() {
+  if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return false;
+  return std::atexit(shutDownLiveTransports) == 0;
+}
+
+void track(const std::shared_ptr<Transport>& transport) {
+  LiveTransports& live = liveTransports();
+  std::lock_guard lock(live.mutex);
+  std::erase_if(live.transports, [](const auto& weak) { return weak.expired(); });
+  live.transports.push_back(transport);
+}
+
+}  // namespace
+
+std::shared_ptr<Transport> Transport::create(const GatewayConfig& config) {
+  static const bool started = startLibcurl();
+  if (!started) return nullptr;
+  try {
+    auto state = std::make_shared<State>(config);
+    state->multi.reset(curl_multi_init());
+    state->share.reset(curl_share_init());
+    if (state->share) {
+      curl_share_setopt(state->share.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+    }
+    if (!state->multi) return nullptr;
+    curl_multi_setopt(state->multi.get(), CURLMOPT_MAXCONNECTS, kMaxCachedConnections);
+    curl_multi_setopt(state->multi.get(), CURLMOPT_MAX_HOST_CONNECTIONS, kMaxHostConnections);
+    auto transport = std::make_shared<CurlTransport>(std::move(state));
+    track(transport);
+    return transport;
+  } catch (...) {
+    return nullptr;  // no memory, or no completion thread
+  }
 }
 
 }  // namespace qipg::internal

@@ -61,8 +61,11 @@ class Transport {
   // Completion threads of one transport, started when needed.
   static constexpr std::size_t kMaxCompletionThreads = 4;
 
-  // TLS settings (CA file, pinned key) and the time-outs come from `config`. The threads
-  // start with the first request. Returns nullptr when libcurl cannot be set up.
+  // TLS settings (CA file, pinned key) and the time-outs come from `config`. One completion
+  // thread starts at once, the transfer thread with the first request. Returns nullptr when
+  // libcurl or that thread cannot be set up. Transports still running when the process exits
+  // (a host's global returning from main, std::exit) are shut down by an exit handler, before
+  // OpenSSL's own.
   static std::shared_ptr<Transport> create(const GatewayConfig& config);
 
   virtual ~Transport() = default;
