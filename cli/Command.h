@@ -8,9 +8,12 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "qipg/Client.h"
 
 namespace ipg {
 
@@ -34,6 +37,14 @@ std::vector<Command> addManagementCommands(CLI::App& app);  // status, cancel, r
 Command addSandboxCommand(CLI::App& app);
 Command addEnvelopeCommand(CLI::App& app);
 Command addDemoCommand(CLI::App& app);
+Command addJournalCommand(CLI::App& app);
+
+struct GatewayOptions;
+// A client of the gateway and merchant that `options` name, with an overall time limit per
+// call and the outcome journal at `journal` (none when empty). Errors: Config.
+qipg::Result<std::shared_ptr<qipg::Client>> makeClient(const GatewayOptions& options,
+                                                       long timeoutSeconds,
+                                                       const std::string& journal);
 
 // Refuses an option's value that is another option ("--order --ref 1": --order needs a value).
 inline const CLI::Validator kNotAnOption(

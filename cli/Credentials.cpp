@@ -152,6 +152,24 @@ void addGatewayOptions(CLI::App& sub, GatewayOptions& o) {
                  "PEM file of CAs to trust (else $QIPG_CA_FILE; for a loopback gateway the\n"
                  "sandbox's CA file)")
       ->group("Merchant and gateway");
+  auto* journal = sub.add_option("--journal", o.journal,
+                                 "outcome journal of payments, cancels and refunds (default\n"
+                                 "${XDG_STATE_HOME:-~/.local/state}/qipg/journal.sqlite3)")
+                      ->group("Outcome journal");
+  sub.add_flag("--no-journal", o.noJournal, "keep no journal")
+      ->excludes(journal)
+      ->group("Outcome journal");
+}
+
+std::string journalPath(const GatewayOptions& o) {
+  if (o.noJournal) return "";
+  if (!o.journal.empty()) return o.journal;
+  const char* state = std::getenv("XDG_STATE_HOME");
+  const char* home = std::getenv("HOME");
+  const std::string base = state != nullptr && *state == '/'
+                               ? std::string(state)
+                               : std::string(home != nullptr ? home : ".") + "/.local/state";
+  return base + "/qipg/journal.sqlite3";
 }
 
 std::optional<std::string> readOwnerOnlyFile(const std::string& path, const std::string& what,

@@ -32,7 +32,13 @@ struct GatewayOptions {
   std::string env = "test";
   std::string baseURL;
   std::string caFile;
+  std::string journal;     // --journal FILE
+  bool noJournal = false;  // --no-journal
 };
+
+// The outcome journal's file: --journal, else ${XDG_STATE_HOME:-~/.local/state}/qipg/
+// journal.sqlite3; empty with --no-journal.
+std::string journalPath(const GatewayOptions& options);
 
 // Adds --mid, --key-file, --env, --base-url and --ca-file to `sub`, and the refused --key.
 void addGatewayOptions(CLI::App& sub, GatewayOptions& options);

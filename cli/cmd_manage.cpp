@@ -45,6 +45,7 @@ const char* nameOf(Operation operation) {
 int exitCodeOf(const ErrorReport& error) {
   if (error.outcomeUnknown) return kExitOutcomeUnknown;
   if (error.kind == "Input" || error.kind == "Config") return kExitUsage;
+  if (error.kind == "Journal") return kExitFailed;
   if (error.kind == "Http" || error.kind == "Unreadable") return kExitUnreadable;
   return kExitNetwork;
 }
@@ -98,25 +99,14 @@ ErrorReport interrupted(Operation operation, int signal) {
 
 int runManagement(const ManageOptions& o, Operation operation) {
   const std::string command = nameOf(operation);
-  std::string error;
-  std::optional<Gateway> gateway = resolveGateway(o.gateway, error);
-  MerchantCredentials credentials;
-  if (!gateway || !merchantCredentials(o.gateway, credentials, error)) {
-    return fail(command, {"Config", error, false, std::nullopt}, o.json);
-  }
-  qipg::ClientOptions options;
-  options.environment = gateway->environment == qipg::IPGEnvironmentTest
-                            ? qipg::Environment::Test
-                            : qipg::Environment::Production;
-  options.gateway = gateway->config;
-  options.gateway.requestTimeoutMs = o.timeoutSeconds * 1000;
-  options.merchantID = credentials.mid.value_or("");
-  options.encryptionKey = credentials.key.value_or("");
   InterruptSignals signals;  // before the client starts its threads
-  qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
-  wipe(options.encryptionKey);
+  qipg::Result<std::shared_ptr<qipg::Client>> made = makeClient(
+      o.gateway, o.timeoutSeconds, operation != Operation::kStatus ? journalPath(o.gateway) : "");
   if (!made) return fail(command, made.error(), o.json);
   const std::shared_ptr<qipg::Client>& client = made.value();
+  if (client->journal() && !client->journal()->notice().empty()) {
+    std::cerr << "ipg " << command << ": " << client->journal()->notice() << "\n";
+  }
 
   std::future<qipg::Result<qipg::PaymentResponse>> answer;
   switch (operation) {
@@ -173,6 +163,8 @@ Command addManagement(CLI::App& app, Operation operation, const std::string& sum
       "before trying again. Errors print as \"ipg COMMAND: KIND: MESSAGE\" on standard error,\n"
       "or with --json as {\"error\": {\"kind\": ..., \"message\": ..., \"outcomeUnknown\":\n"
       "true|false}} on standard output, with \"httpStatus\" for an HTTP error.\n"
+      "Cancels and refunds are written to the outcome journal before they are sent (1 when\n"
+      "it cannot take them: nothing was sent); see ipg journal.\n"
       "While a call waits longer than a second, a spinner shows on a terminal.\n");
   sub->add_option("--order", o->order, "order ID of the transaction")
       ->required()
@@ -191,6 +183,29 @@ Command addManagement(CLI::App& app, Operation operation, const std::string& sum
 }
 
 }  // namespace
+
+qipg::Result<std::shared_ptr<qipg::Client>> makeClient(const GatewayOptions& o,
+                                                       long timeoutSeconds,
+                                                       const std::string& journal) {
+  std::string error;
+  std::optional<Gateway> gateway = resolveGateway(o, error);
+  MerchantCredentials credentials;
+  if (!gateway || !merchantCredentials(o, credentials, error)) {
+    return qipg::Error{qipg::ErrorKind::Config, error, {}, {}, false};
+  }
+  qipg::ClientOptions options;
+  options.environment = gateway->environment == qipg::IPGEnvironmentTest
+                            ? qipg::Environment::Test
+                            : qipg::Environment::Production;
+  options.gateway = gateway->config;
+  options.gateway.requestTimeoutMs = timeoutSeconds * 1000;
+  options.merchantID = credentials.mid.value_or("");
+  options.encryptionKey = credentials.key.value_or("");
+  options.journalPath = journal;
+  qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
+  wipe(options.encryptionKey);
+  return made;
+}
 
 std::vector<Command> addManagementCommands(CLI::App& app) {
   return {addManagement(app, Operation::kStatus, "ask the gateway for a transaction's status"),

@@ -19,6 +19,7 @@
 #include "Toolkit.h"
 #include "common/Url.h"
 #include "qipg/IPGResponseDelegate.h"
+#include "qipg/Journal.h"
 #include "qipg/PaymentWindowOptions.h"
 #include "qipg/QuandrelIPG.h"
 #ifdef QIPG_HAVE_GTK
@@ -219,6 +220,63 @@ struct PayEnd {
   std::optional<ErrorReport> error;                 // why there is no usable record
 };
 
+// The payment's entry in the outcome journal: written before the page is shown or posted,
+// its end recorded once the payment ends.
+class PaymentEntry {
+ public:
+  // Opens the journal and writes the entry; an error when either fails (nothing is shown).
+  std::optional<ErrorReport> begin(const PayOptions& o, const Gateway& gateway,
+                                   const std::string& baseURL) {
+    const std::string path = journalPath(o.gateway);
+    if (path.empty()) return std::nullopt;
+    qipg::Result<std::shared_ptr<qipg::Journal>> opened = qipg::Journal::open(path);
+    if (!opened) return errorReport(opened.error());
+    journal_ = std::move(opened.value());
+    if (!journal_->notice().empty()) std::cerr << "ipg pay: " << journal_->notice() << "\n";
+    entry_.operation = qipg::JournalOperation::Payment;
+    entry_.orderID = o.order;
+    entry_.amount = o.amount;
+    entry_.currency = o.currency;
+    entry_.transactionType = o.type == "preauth" ? "P" : "S";
+    entry_.environment = gateway.environment == qipg::IPGEnvironmentTest ? "test" : "production";
+    entry_.baseURL = baseURL;
+    qipg::Result<std::int64_t> id = journal_->begin(entry_);
+    if (!id) return errorReport(id.error());
+    entry_.id = id.value();
+    return std::nullopt;
+  }
+
+  // Records how the payment ended: the final page's record, the gateway's status when it was
+  // asked, or the error.
+  void end(const PayEnd& end) {
+    if (!journal_) return;
+    if (end.record) {
+      journal_->answered(entry_.id, *end.record);
+    } else {
+      const ErrorReport error = end.error.value_or(
+          errorOf("Cancelled", "the customer cancelled the payment window"));
+      qipg::ErrorKind kind = qipg::ErrorKind::Cancelled;
+      for (int k = 0; k <= static_cast<int>(qipg::ErrorKind::Journal); ++k) {
+        if (qipg::errorKindName(static_cast<qipg::ErrorKind>(k)) == error.kind) {
+          kind = static_cast<qipg::ErrorKind>(k);
+        }
+      }
+      // Unknown until the gateway's status says otherwise.
+      journal_->failed(entry_.id, {kind, error.message, {}, {}, true});
+    }
+    if (end.reconciled) {
+      entry_.status = end.reconciled;
+      entry_.state = qipg::reconciledState(entry_.operation, *end.reconciled)
+                         .value_or(qipg::JournalState::Unknown);
+      journal_->reconciled(entry_);
+    }
+  }
+
+ private:
+  std::shared_ptr<qipg::Journal> journal_;
+  qipg::JournalEntry entry_;
+};
+
 // Whether the gateway's status record settles how the payment ended: it answers for the
 // order, and it is not pending while a request of ours may still be on its way (a pending
 // payment whose customer cancelled the window stays unpaid).
@@ -298,7 +356,7 @@ int report(const PayOptions& o, PayEnd end) {
 // page) the window asks the gateway for the order's status record.
 int openPaymentWindow(const qipg::URLRequest& request,
                       const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
-                      const MerchantCredentials& credentials) {
+                      const MerchantCredentials& credentials, PaymentEntry& entry) {
   const RunWindow run = windowRunner(o.toolkit);
   if (run == nullptr) {
     return fail(o,
@@ -316,6 +374,7 @@ int openPaymentWindow(const qipg::URLRequest& request,
   if (!outcome) return fail(o, {errorOf("Config", error), kExitFailed});
   PayEnd end{outcome->cancelled, std::nullopt, outcome->reconciled, std::nullopt};
   if (!outcome->cancelled) end.record = outcome->response;
+  entry.end(end);
   return report(o, std::move(end));
 }
 
@@ -323,7 +382,7 @@ int openPaymentWindow(const qipg::URLRequest& request,
 // confirmed with the gateway's status, as the window confirms an unclear one.
 int payScripted(const qipg::URLRequest& request, const CardDetails* card,
                 const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
-                const MerchantCredentials& credentials) {
+                const MerchantCredentials& credentials, PaymentEntry& entry) {
   ScriptedOutcome outcome =
       payWithoutWindow(request, card, qipg::internal::returnURL(client->CurrentDomainURL()),
                        client->config().caFile, o.timeoutSeconds);
@@ -337,6 +396,7 @@ int payScripted(const qipg::URLRequest& request, const CardDetails* card,
     }
   }
   if (outcome.unclear) end.reconciled = askStatus(client, o.order, credentials);
+  entry.end(end);
   return report(o, std::move(end));
 }
 
@@ -365,8 +425,13 @@ int runPay(const PayOptions& o) {
     printRequest(*request, o.json);
     return std::cout.flush() ? kExitOk : kExitFailed;
   }
-  if (!o.noWindow) return openPaymentWindow(*request, client, o, credentials);
-  return payScripted(*request, card.get(), client, o, credentials);
+  PaymentEntry entry;
+  if (std::optional<ErrorReport> problem = entry.begin(o, *gateway, client->CurrentDomainURL())) {
+    problem->message += "; the payment was not started";
+    return fail(o, {*problem, kExitFailed});
+  }
+  if (!o.noWindow) return openPaymentWindow(*request, client, o, credentials, entry);
+  return payScripted(*request, card.get(), client, o, credentials, entry);
 }
 
 }  // namespace

@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
   commands.push_back(ipg::addSandboxCommand(app));
   commands.push_back(ipg::addEnvelopeCommand(app));
   commands.push_back(ipg::addDemoCommand(app));
+  commands.push_back(ipg::addJournalCommand(app));
   app.footer(
       "Exit status: 0 when the command did its work (a management call got a readable answer,\n"
       "whatever its statusCode), 1 when it could not, 2 for bad usage or input, 3 when no answer\n"

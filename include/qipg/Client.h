@@ -7,11 +7,13 @@
 #include <future>
 #include <memory>
 #include <stop_token>
+#include <vector>
 
 #include "qipg/ClientOptions.h"
 #include "qipg/ClientRequests.h"
 #include "qipg/Error.h"
 #include "qipg/Export.h"
+#include "qipg/Journal.h"
 #include "qipg/PaymentResponse.h"
 #include "qipg/Result.h"
 #include "qipg/URLRequest.h"
@@ -53,7 +55,8 @@ class QIPG_EXPORT Client {
   /// Makes a client. The only possible error is Config: the gateway configuration has a problem
   /// (its GatewayConfig::problem() text), the selected gateway's base URL is still the built-in
   /// placeholder, no merchant ID is given and Info.plist has none, the merchant key is missing
-  /// or not 32 letters and digits, or the transport cannot start. Like QuandrelIPG::create it
+  /// or not 32 letters and digits, the journal cannot be opened, or the transport cannot
+  /// start. Like QuandrelIPG::create it
   /// stores the gateway's envelope IV for the process.
   [[nodiscard]] static Result<std::shared_ptr<Client>> create(ClientOptions options);
 
@@ -79,7 +82,8 @@ class QIPG_EXPORT Client {
 
   /// Cancels a pre-authorisation that was not captured.
   ///
-  /// Errors: the same kinds as status(). Error::outcomeUnknown is true, and the message says to
+  /// Errors: the same kinds as status(), and Journal when the client's journal cannot record
+  /// the call (nothing was sent). Error::outcomeUnknown is true, and the message says to
   /// confirm with a status inquiry before retrying, when the request may have reached the
   /// gateway: Network, Timeout, Tls, Cancelled or ShutDown once the request was sent, and every
   /// Http and Unreadable error.
@@ -104,6 +108,27 @@ class QIPG_EXPORT Client {
   /// The same with card data the merchant collected; the card is checked (Luhn, expiry, CVV)
   /// and its copies are wiped. The only possible error is Input. Synchronous.
   Result<URLRequest> cardCapturePayment(CardCapturePayment payment);
+
+  /// The journal of ClientOptions::journalPath, shared with the client; nullptr without one.
+  std::shared_ptr<Journal> journal() const;
+
+  /// The journal's open and unknown entries, oldest first. Errors: Config when the client has
+  /// no journal, Journal when it cannot be read.
+  [[nodiscard]] Result<std::vector<JournalEntry>> unresolved() const;
+
+  /// Receives the entries reconcile() looked at, exactly once, where Callback runs.
+  using ReconcileCallback = std::function<void(Result<std::vector<JournalEntry>>)>;
+
+  /// Asks the gateway's status of every unresolved entry (by order ID, and the reference
+  /// number when known) and records the answer on the entry: a payment is Settled by a
+  /// status that is not pending; a cancel or refund is Settled when the status shows its
+  /// effect, else Attention (see reconciledState()). Nothing is ever sent again. An entry
+  /// whose status cannot be had, whose payment is still pending, or that was recorded for
+  /// another gateway, keeps its state and gets a reconcileError. The result is those entries as they now stand; the errors are those of
+  /// unresolved(). The future is fulfilled like those of status().
+  std::future<Result<std::vector<JournalEntry>>> reconcile();
+  /// reconcile() with a callback instead of a future.
+  void reconcile(ReconcileCallback callback);
 
   /// The gateway's base URL in use (canonical form), e.g. "https://127.0.0.1:4431/ipg/".
   const std::string& baseURL() const;

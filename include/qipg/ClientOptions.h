@@ -33,6 +33,10 @@ struct ClientOptions {
   /// Where callbacks run. Empty: on the client's completion threads (never on the network
   /// thread, never on the thread that made the call).
   CallbackExecutor callbackExecutor;
+  /// The outcome journal's file (see qipg::Journal); empty: none. With one, every cancel and
+  /// refund is written to it, durably, before its request leaves, and its end when it ends;
+  /// Client::reconcile() settles what a crash left open.
+  std::string journalPath;
 };
 
 }  // namespace qipg

@@ -23,6 +23,7 @@ enum class ErrorKind {
   Unreadable,  ///< The answer did not open with the merchant key or did not parse.
   Cancelled,   ///< The caller's std::stop_token asked for the call to stop.
   ShutDown,    ///< The client was shut down before the answer arrived.
+  Journal,     ///< The outcome journal could not record the call; nothing was sent.
 };
 
 /// The kind's name as spelled in the enumeration ("Network", "ShutDown"...). Thread-safe.

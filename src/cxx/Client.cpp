@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <ctime>
 #include <exception>
 #include <functional>
@@ -16,6 +17,7 @@
 #include <optional>
 #include <stop_token>
 #include <utility>
+#include <vector>
 
 #include "client/QuandrelIPGImpl.h"
 #include "cxx/ClientChecks.h"
@@ -58,6 +60,7 @@ struct Call {
   Operation operation;
   Deliver deliver;
   internal::SecretText key;
+  std::int64_t journalEntry = 0;  // 0: not journaled
   // Cancels the transfer when the caller's token is stopped; kept until the call is released.
   std::optional<std::stop_callback<std::function<void()>>> onStop;
 };
@@ -77,6 +80,8 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
   Text key;
   CallbackExecutor executor;
   CommonUtilities parsers;
+  std::shared_ptr<Journal> journal;
+  std::string environment;  // "test" or "production", as the journal names it
   std::atomic<bool> shutDown{false};
   // Runs the callbacks of calls that end before anything is sent, which must not run on the
   // caller's thread.
@@ -98,7 +103,38 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
   void callBack(Operation operation, const std::string& orderID, const std::string& ref,
                 const std::string* amount, Callback callback, std::stop_token stop);
   Result<PaymentResponse> read(const Call& call, const TransportReply& reply) const;
+  // Writes a cancel or refund to the journal before it leaves; its entry's id, 0 without a
+  // journal, an error when the journal cannot take it.
+  Result<std::int64_t> journalBegin(Operation operation, const std::string& orderID,
+                                    const std::string& ref, const Text& amount);
+  void journalEnd(const Call& call, const Result<PaymentResponse>& result) const;
+  // Runs `task` where host callbacks run: the executor, else the early thread.
+  void runHostCode(std::function<void()> task);
+  void reconcile(std::function<void(Result<std::vector<JournalEntry>>)> deliver);
 };
+
+Result<std::int64_t> Client::Impl::journalBegin(Operation operation, const std::string& orderID,
+                                                const std::string& ref, const Text& amount) {
+  if (!journal || operation == Operation::Status) return std::int64_t{0};
+  JournalEntry entry;
+  entry.operation =
+      operation == Operation::Cancel ? JournalOperation::Cancel : JournalOperation::Refund;
+  entry.orderID = orderID;
+  entry.transactionRefNumber = ref;
+  entry.amount = amount.value_or("");
+  entry.environment = environment;
+  entry.baseURL = baseURL;
+  return journal->begin(entry);
+}
+
+void Client::Impl::journalEnd(const Call& call, const Result<PaymentResponse>& result) const {
+  if (call.journalEntry == 0) return;
+  if (result) {
+    journal->answered(call.journalEntry, result.value());
+  } else {
+    journal->failed(call.journalEntry, result.error());
+  }
+}
 
 void Client::Impl::manage(Operation operation, const std::string& orderID, const std::string& ref,
                           const std::string* amount, std::stop_token stop, Sink sink) {
@@ -133,11 +169,16 @@ void Client::Impl::manage(Operation operation, const std::string& orderID, const
   // waits for that very future). A callback goes to a completion thread.
   internal::PostOptions options = internal::managementPostOptions(operation);
   options.completeOnTransferThread = !sink.runsHostCode;
+  Result<std::int64_t> entry = journalBegin(operation, orderID, ref, money);
+  if (!entry) return endEarly(std::move(sink), entry.error());
   auto call = std::make_shared<Call>(operation, std::move(sink), key);
+  call->journalEntry = entry.value();
   const internal::RequestId id = transport->post(
       internal::formPostRequest(laidOut.url, internal::managementForm(operation, envelope, mid)),
       [self = shared_from_this(), call](const TransportReply& reply) {
-        call->deliver(self->read(*call, reply));
+        Result<PaymentResponse> result = self->read(*call, reply);
+        self->journalEnd(*call, result);
+        call->deliver(std::move(result));
       },
       options);
   if (stop.stop_possible()) {
@@ -199,7 +240,13 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
                        "not start");
     }
     impl->baseURL = impl->ipg->CurrentDomainURL();
+    impl->environment = options.environment == Environment::Test ? "test" : "production";
     impl->executor = std::move(options.callbackExecutor);
+    if (!options.journalPath.empty()) {
+      Result<std::shared_ptr<Journal>> journal = Journal::open(options.journalPath);
+      if (!journal) return journal.error();
+      impl->journal = std::move(journal.value());
+    }
     if (options.merchantID.empty()) {
       impl->ipg->getMerchantIDandEncryptionKeyFromPList([&](const Text& mid, const Text& key) {
         impl->mid = mid;
@@ -324,6 +371,89 @@ std::future<Result<PaymentResponse>> Client::refund(const RefundQuery& query,
 void Client::refund(const RefundQuery& query, Callback callback, std::stop_token stop) {
   impl_->callBack(Operation::Refund, query.orderID, query.transactionRefNumber, &query.amount,
                   std::move(callback), std::move(stop));
+}
+
+// ---------------------------------------------------------------- the journal
+
+std::shared_ptr<Journal> Client::journal() const { return impl_->journal; }
+
+Result<std::vector<JournalEntry>> Client::unresolved() const {
+  if (!impl_->journal) return makeError(ErrorKind::Config, "this client has no journal");
+  return impl_->journal->entries(true);
+}
+
+void Client::Impl::runHostCode(std::function<void()> task) {
+  if (!executor) return early.submit(std::move(task));
+  try {
+    executor(std::move(task));
+  } catch (...) {
+    // An executor that throws loses the callback; nothing else can be done here.
+  }
+}
+
+void Client::Impl::reconcile(std::function<void(Result<std::vector<JournalEntry>>)> deliver) {
+  Result<std::vector<JournalEntry>> unresolved =
+      journal ? journal->entries(true)
+              : Result<std::vector<JournalEntry>>(
+                    makeError(ErrorKind::Config, "this client has no journal"));
+  if (!unresolved || unresolved.value().empty()) return deliver(std::move(unresolved));
+
+  // Every entry's status call runs at once; the last answer delivers them all.
+  struct Round {
+    std::vector<JournalEntry> entries;
+    std::atomic<std::size_t> left;
+    std::function<void(Result<std::vector<JournalEntry>>)> deliver;
+  };
+  auto round = std::make_shared<Round>();
+  round->entries = std::move(unresolved.value());
+  round->left = round->entries.size();
+  round->deliver = std::move(deliver);
+  auto settle = [self = shared_from_this(), round](JournalEntry& entry,
+                                                   const Result<PaymentResponse>& status) {
+    if (status) {
+      const std::optional<JournalState> state = reconciledState(entry.operation, status.value());
+      entry.state = state.value_or(entry.state);
+      entry.status = status.value();
+      entry.reconcileError =
+          state ? "" : "the gateway shows the payment pending; reconcile again later";
+    } else {
+      entry.reconcileError = status.error().toString();
+    }
+    self->journal->reconciled(entry);
+    if (--round->left == 0) round->deliver(std::move(round->entries));
+  };
+  for (JournalEntry& entry : round->entries) {
+    if (entry.baseURL != baseURL) {
+      settle(entry, makeError(ErrorKind::Config, "recorded for the gateway at " + entry.baseURL +
+                                                     "; reconcile it with a client of that gateway"));
+      continue;
+    }
+    manage(Operation::Status, entry.orderID, entry.transactionRefNumber, nullptr, {},
+           {[settle, &entry](Result<PaymentResponse> status) mutable { settle(entry, status); },
+            false});
+  }
+}
+
+std::future<Result<std::vector<JournalEntry>>> Client::reconcile() {
+  auto promise = std::make_shared<std::promise<Result<std::vector<JournalEntry>>>>();
+  auto future = promise->get_future();
+  impl_->reconcile([promise](Result<std::vector<JournalEntry>> entries) {
+    promise->set_value(std::move(entries));
+  });
+  return future;
+}
+
+void Client::reconcile(ReconcileCallback callback) {
+  auto shared = std::make_shared<ReconcileCallback>(std::move(callback));
+  impl_->reconcile([impl = impl_, shared](Result<std::vector<JournalEntry>> entries) {
+    impl->runHostCode([shared, entries = std::move(entries)]() mutable {
+      try {
+        if (*shared) (*shared)(std::move(entries));
+      } catch (...) {
+        // The callback's failure is the host's; the client goes on.
+      }
+    });
+  });
 }
 
 // ---------------------------------------------------------------- payments

@@ -24,6 +24,8 @@ std::string_view errorKindName(ErrorKind kind) {
       return "Cancelled";
     case ErrorKind::ShutDown:
       return "ShutDown";
+    case ErrorKind::Journal:
+      return "Journal";
   }
   return "Unknown";
 }
