@@ -220,24 +220,39 @@ struct PayEnd {
   std::optional<ErrorReport> error;                 // why there is no usable record
 };
 
-// The payment's entry in the outcome journal: written before the page is shown or posted,
-// its end recorded once the payment ends.
+// The payment as the outcome journal records it; absent with --no-journal.
+std::optional<qipg::PaymentJournal> paymentJournal(const PayOptions& o) {
+  const std::string path = journalPath(o.gateway);
+  if (path.empty()) return std::nullopt;
+  return qipg::PaymentJournal{path, o.order, o.amount, o.currency,
+                              o.type == "preauth" ? "P" : "S"};
+}
+
+// Opens the journal (saying what opening it had to do); an error when it cannot be.
+qipg::Result<std::shared_ptr<qipg::Journal>> openJournal(const qipg::PaymentJournal& about) {
+  qipg::Result<std::shared_ptr<qipg::Journal>> opened = qipg::Journal::open(about.path);
+  if (opened && !opened.value()->notice().empty()) {
+    std::cerr << "ipg pay: " << opened.value()->notice() << "\n";
+  }
+  return opened;
+}
+
+// The entry of a payment made without a window, as the window writes its own: before the
+// form is posted, and its end once the payment ends.
 class PaymentEntry {
  public:
-  // Opens the journal and writes the entry; an error when either fails (nothing is shown).
-  std::optional<ErrorReport> begin(const PayOptions& o, const Gateway& gateway,
-                                   const std::string& baseURL) {
-    const std::string path = journalPath(o.gateway);
-    if (path.empty()) return std::nullopt;
-    qipg::Result<std::shared_ptr<qipg::Journal>> opened = qipg::Journal::open(path);
+  // Opens the journal and writes the entry; an error when either fails (nothing is posted).
+  std::optional<ErrorReport> begin(const std::optional<qipg::PaymentJournal>& about,
+                                   const Gateway& gateway, const std::string& baseURL) {
+    if (!about) return std::nullopt;
+    qipg::Result<std::shared_ptr<qipg::Journal>> opened = openJournal(*about);
     if (!opened) return errorReport(opened.error());
     journal_ = std::move(opened.value());
-    if (!journal_->notice().empty()) std::cerr << "ipg pay: " << journal_->notice() << "\n";
     entry_.operation = qipg::JournalOperation::Payment;
-    entry_.orderID = o.order;
-    entry_.amount = o.amount;
-    entry_.currency = o.currency;
-    entry_.transactionType = o.type == "preauth" ? "P" : "S";
+    entry_.orderID = about->orderID;
+    entry_.amount = about->amount;
+    entry_.currency = about->currency;
+    entry_.transactionType = about->transactionType;
     entry_.environment = gateway.environment == qipg::IPGEnvironmentTest ? "test" : "production";
     entry_.baseURL = baseURL;
     qipg::Result<std::int64_t> id = journal_->begin(entry_);
@@ -356,7 +371,7 @@ int report(const PayOptions& o, PayEnd end) {
 // page) the window asks the gateway for the order's status record.
 int openPaymentWindow(const qipg::URLRequest& request,
                       const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
-                      const MerchantCredentials& credentials, PaymentEntry& entry) {
+                      const MerchantCredentials& credentials) {
   const RunWindow run = windowRunner(o.toolkit);
   if (run == nullptr) {
     return fail(o,
@@ -369,12 +384,18 @@ int openPaymentWindow(const qipg::URLRequest& request,
   options.title = o.card ? "Card payment" : "Payment";
   options.trustedCAFile = client->config().caFile;  // for the request's own host
   options.reconcile = qipg::PaymentReconciliation{o.order, credentials.mid, credentials.key, {}};
+  // The window writes the entry; a journal that cannot be opened keeps it from opening.
+  options.journal = paymentJournal(o);
+  if (options.journal) {
+    if (auto opened = openJournal(*options.journal); !opened) {
+      return fail(o, {errorReport(opened.error()), kExitFailed});
+    }
+  }
   std::string error;
   const std::optional<qipg::PaymentOutcome> outcome = run(request, options, &error);
   if (!outcome) return fail(o, {errorOf("Config", error), kExitFailed});
   PayEnd end{outcome->cancelled, std::nullopt, outcome->reconciled, std::nullopt};
   if (!outcome->cancelled) end.record = outcome->response;
-  entry.end(end);
   return report(o, std::move(end));
 }
 
@@ -425,12 +446,13 @@ int runPay(const PayOptions& o) {
     printRequest(*request, o.json);
     return std::cout.flush() ? kExitOk : kExitFailed;
   }
+  if (!o.noWindow) return openPaymentWindow(*request, client, o, credentials);
   PaymentEntry entry;
-  if (std::optional<ErrorReport> problem = entry.begin(o, *gateway, client->CurrentDomainURL())) {
+  if (std::optional<ErrorReport> problem =
+          entry.begin(paymentJournal(o), *gateway, client->CurrentDomainURL())) {
     problem->message += "; the payment was not started";
     return fail(o, {*problem, kExitFailed});
   }
-  if (!o.noWindow) return openPaymentWindow(*request, client, o, credentials, entry);
   return payScripted(*request, card.get(), client, o, credentials, entry);
 }
 

@@ -207,6 +207,12 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
   app.add_option("--environment", s->options.environment,
                  "test (default) or production: which envelope IV to use")
       ->check(CLI::IsMember({"test", "production"}));
+  app.add_option_function<long>(
+         "--session-seconds",
+         [s](long seconds) { s->options.paymentSession = std::chrono::seconds(seconds); },
+         "how long a payment page stays open (default 900): a payment still pending after\n"
+         "that reads as failed and its card form takes nothing")
+      ->check(CLI::Range(1L, 86400L));
   auto* ready = app.add_flag("--ready-json", s->readyJson,
                              "once listening, print one JSON line on standard output:\n"
                              "{\"baseURL\", \"caFile\", \"mid\", \"port\", \"dataDir\"}");

@@ -5,6 +5,8 @@
 #include "Pages.h"
 #include "Text.h"
 
+#include <ctime>
+
 namespace qipg::sandbox::internal {
 namespace {
 
@@ -198,11 +200,24 @@ std::string paymentResult(const TxnRecord& r) {
   return join(f);
 }
 
-Gateway::Gateway(Store& store, std::string iv, std::string baseURL, std::string environment)
+Gateway::Gateway(Store& store, std::string iv, std::string baseURL, std::string environment,
+                 std::chrono::seconds paymentSession)
     : store_(store),
       iv_(std::move(iv)),
       baseURL_(std::move(baseURL)),
-      environment_(std::move(environment)) {}
+      environment_(std::move(environment)),
+      paymentSession_(paymentSession) {}
+
+void Gateway::expireIfStale(TxnRecord& r) {
+  if (r.state != TxnState::kPending) return;
+  std::tm created{};
+  const char* end = strptime(r.createdAt.c_str(), "%Y-%m-%d %H:%M:%S", &created);
+  if (end == nullptr || *end != '\0') return;
+  if (std::time(nullptr) - timegm(&created) < paymentSession_.count()) return;
+  complete(r, CardOutcome::kInvalid, "Payment session expired: the customer did not complete it",
+           "");
+  store_.saveOutcome(r);
+}
 
 Reply Gateway::status(const std::string& body) { return management(Operation::kStatus, body); }
 Reply Gateway::cancel(const std::string& body) { return management(Operation::kCancel, body); }
@@ -275,8 +290,9 @@ Reply Gateway::answerStatus(const std::string& key, const std::vector<std::strin
   };
   if (!isAlphanumeric(orderId, 30)) return answer("F", "Invalid order ID");
   if (!ref.empty() && !isDigits(ref)) return answer("F", "Invalid transaction reference number");
-  const auto record = store_.byOrder(mid, orderId);
+  auto record = store_.byOrder(mid, orderId);
   if (!record) return answer("F", "Transaction not found");
+  expireIfStale(*record);
   if (!ref.empty() && ref != record->referenceNo) {
     return answer("F", "Transaction not found: the reference number does not match the order");
   }
@@ -532,6 +548,7 @@ Reply Gateway::paymentInvoice(const std::string& body) {
                       "again from the merchant.")};
   }
   TxnRecord& r = *record;
+  expireIfStale(r);
   if (r.state == TxnState::kPending) {
     if (r.flow == "standard") {
       std::string number = stripSeparators(formValue(form, "cardNumber").value_or(""));

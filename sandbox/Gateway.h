@@ -10,6 +10,7 @@
 // is atomic, and every change is committed before the answer is returned.
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -33,7 +34,8 @@ Fault magicFault(std::int64_t amountMinor);
 class Gateway {
  public:
   // `store` must outlive the gateway. `iv` is the environment's 16-character IV text.
-  Gateway(Store& store, std::string iv, std::string baseURL, std::string environment);
+  Gateway(Store& store, std::string iv, std::string baseURL, std::string environment,
+          std::chrono::seconds paymentSession);
 
   Reply status(const std::string& body);
   Reply cancel(const std::string& body);
@@ -55,11 +57,14 @@ class Gateway {
   Reply answerRefund(const std::string& key, const std::vector<std::string>& slots);
   Reply payment(bool cardCapture, const std::string& body);
   Reply sealed(const std::string& key, const std::vector<std::string>& fields) const;
+  // Fails a payment still pending after the session's lifetime (and stores that).
+  void expireIfStale(TxnRecord& record);
 
   Store& store_;
   const std::string iv_;
   const std::string baseURL_;
   const std::string environment_;
+  const std::chrono::seconds paymentSession_;
   std::mutex mutex_;
 };
 

@@ -341,7 +341,8 @@ std::unique_ptr<Sandbox> Sandbox::start(Options options, std::string* error) {
                   std::to_string(impl->port) + internal::kBasePath;
   impl->options = std::move(options);
   impl->gateway =
-      std::make_unique<Gateway>(*impl->store, impl->iv, impl->baseURL, impl->options.environment);
+      std::make_unique<Gateway>(*impl->store, impl->iv, impl->baseURL, impl->options.environment,
+                                impl->options.paymentSession);
   impl->setUpRoutes();
 
   Impl* raw = impl.get();

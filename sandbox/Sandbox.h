@@ -46,6 +46,9 @@ struct Options {
   std::string dataDir;               // required: database, certificates, CA file
   std::string environment = "test";  // "test" or "production": selects the envelope IV
   std::vector<Merchant> merchants;   // added to (or replacing keys of) the stored merchants
+  // How long a payment page stays open: a payment still pending after this has expired (it
+  // reads as failed, and its card form takes nothing), as a real gateway's session does.
+  std::chrono::seconds paymentSession{900};
   // Called once per answered request with "METHOD PATH STATUS", from server threads. Never
   // given bodies, card data or keys. Empty: no log.
   std::function<void(const std::string&)> log;

@@ -26,17 +26,17 @@ struct ClientOptions {
   GatewayConfig gateway = GatewayConfig::fromEnvironment();
   /// The merchant's ID at the gateway. Empty: both the ID and the key are read once, at
   /// creation, from Info.plist ("merchantID", "encryptionKey"), as QuandrelIPG does.
-  std::string merchantID;
+  std::string merchantID{};
   /// The merchant key (32 characters). A secret: the client keeps its own copy and wipes it when
   /// it is destroyed; wiping this one is the caller's business.
-  std::string encryptionKey;
+  std::string encryptionKey{};
   /// Where callbacks run. Empty: on the client's completion threads (never on the network
   /// thread, never on the thread that made the call).
-  CallbackExecutor callbackExecutor;
+  CallbackExecutor callbackExecutor{};
   /// The outcome journal's file (see qipg::Journal); empty: none. With one, every cancel and
   /// refund is written to it, durably, before its request leaves, and its end when it ends;
   /// Client::reconcile() settles what a crash left open.
-  std::string journalPath;
+  std::string journalPath{};
 };
 
 }  // namespace qipg

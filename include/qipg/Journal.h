@@ -42,27 +42,27 @@ QIPG_EXPORT std::string_view journalStateName(JournalState state);
 struct QIPG_EXPORT JournalEntry {
   std::int64_t id = 0;  ///< the journal's own number of the entry
   JournalOperation operation = JournalOperation::Payment;
-  std::string orderID;
-  std::string transactionRefNumber;  ///< the payment's reference number, when known
-  std::string amount;                ///< the payment's or the refund's amount
-  std::string currency;              ///< payments only
-  std::string transactionType;       ///< payments only: "S" (sale) or "P" (pre-authorisation)
-  std::string environment;           ///< "test" or "production"
-  std::string baseURL;               ///< the gateway's base URL, canonical form
-  std::string startedAt;             ///< UTC, "2026-11-24T14:32:05Z"
+  std::string orderID{};
+  std::string transactionRefNumber{};  ///< the payment's reference number, when known
+  std::string amount{};                ///< the payment's or the refund's amount
+  std::string currency{};              ///< payments only
+  std::string transactionType{};       ///< payments: "S" (sale) or "P" (pre-authorisation)
+  std::string environment{};           ///< "test" or "production"
+  std::string baseURL{};               ///< the gateway's base URL, canonical form
+  std::string startedAt{};             ///< UTC, "2026-11-24T14:32:05Z"
   JournalState state = JournalState::Open;
-  std::string endedAt;  ///< when the call ended (empty while open)
+  std::string endedAt{};  ///< when the call ended (empty while open)
   /// The gateway's answer when the call ended with one (a payment: its final page's record).
-  std::optional<PaymentResponse> answer;
+  std::optional<PaymentResponse> answer{};
   /// When the call ended without one: the ErrorKind's name and the message.
-  std::string errorKind;
-  std::string errorMessage;
-  std::string reconciledAt;  ///< when reconciliation last asked the gateway
+  std::string errorKind{};
+  std::string errorMessage{};
+  std::string reconciledAt{};  ///< when reconciliation last asked the gateway
   /// The gateway's status record, once reconciliation got one.
-  std::optional<PaymentResponse> status;
+  std::optional<PaymentResponse> status{};
   /// Why the last reconciliation could not settle the entry (the status call's error, or an
   /// entry of another gateway); empty when it could.
-  std::string reconcileError;
+  std::string reconcileError{};
 
   /// Open or Unknown: still waiting for the gateway's word.
   bool unresolved() const { return state == JournalState::Open || state == JournalState::Unknown; }

@@ -55,6 +55,19 @@ struct QIPG_EXPORT PaymentReconciliation {
   std::function<void(const PaymentResponse& status)> onStatus;
 };
 
+/// A payment as the outcome journal records it (see qipg::Journal): written, durably, before
+/// the window loads the payment page, with how it ended once the window knows (the final
+/// page's record, a cancel, and the gateway's status when `reconcile` asked for it). A journal
+/// that cannot take it keeps the page from loading: the delegate hears a record with status
+/// "F" and the reason. None of these is a secret; the journal never holds card data or keys.
+struct QIPG_EXPORT PaymentJournal {
+  std::string path{};             ///< the journal's file
+  std::string orderID{};          ///< the order the request was built for
+  std::string amount{};           ///< as given to the request
+  std::string currency{};         ///< ISO 4217 code
+  std::string transactionType{};  ///< "S" (sale) or "P" (pre-authorisation)
+};
+
 /// How a payment window is set up. Both toolkits take these options.
 struct QIPG_EXPORT PaymentWindowOptions {
   /// The client that built the request. When set, the final page is looked for under the
@@ -88,6 +101,9 @@ struct QIPG_EXPORT PaymentWindowOptions {
 
   /// Opt-in: reconcile a cancelled or unreadable payment with the gateway (needs `client`).
   std::optional<PaymentReconciliation> reconcile;
+
+  /// Opt-in: record the payment in the outcome journal.
+  std::optional<PaymentJournal> journal;
 };
 
 /// What a payment window ended with.

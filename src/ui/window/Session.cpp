@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <utility>
 
 #include "common/Url.h"
+#include "qipg/Journal.h"
 
 namespace qipg::internal {
 namespace {
@@ -59,6 +61,72 @@ class ReconcilingDelegate final : public IPGPaymentControllerDelegate {
   bool asked_ = false;
 };
 
+// Records how the payment ended in its journal entry, then passes each message on.
+class JournalingDelegate final : public IPGPaymentControllerDelegate {
+ public:
+  JournalingDelegate(std::shared_ptr<IPGPaymentControllerDelegate> inner,
+                     std::shared_ptr<Journal> journal, std::int64_t entry)
+      : inner_(std::move(inner)), journal_(std::move(journal)), entry_(entry) {}
+
+  void didTransactionComplete(const PaymentResponse& response) override {
+    if (needsReconciliation(false, response)) {
+      journal_->failed(entry_, {ErrorKind::Unreadable, "the final page held no readable result",
+                                {}, {}, true});
+    } else {
+      journal_->answered(entry_, response);
+    }
+    if (inner_) inner_->didTransactionComplete(response);
+  }
+  void didTransactionCancelledByUser() override {
+    journal_->failed(entry_, {ErrorKind::Cancelled, "the customer cancelled the payment window",
+                              {}, {}, true});
+    if (inner_) inner_->didTransactionCancelledByUser();
+  }
+
+ private:
+  std::shared_ptr<IPGPaymentControllerDelegate> inner_;
+  std::shared_ptr<Journal> journal_;
+  std::int64_t entry_;
+};
+
+// The payment's journal entry, written before its page loads.
+struct JournalEntryWritten {
+  std::shared_ptr<Journal> journal;
+  JournalEntry entry;
+  std::string problem;  // why it could not be written
+};
+
+JournalEntryWritten writeJournalEntry(const PaymentWindowOptions& options) {
+  JournalEntryWritten written;
+  const PaymentJournal& about = *options.journal;
+  Result<std::shared_ptr<Journal>> opened = Journal::open(about.path);
+  if (!opened) {
+    written.problem = opened.error().message;
+    return written;
+  }
+  written.journal = std::move(opened.value());
+  JournalEntry& entry = written.entry;
+  entry.operation = JournalOperation::Payment;
+  entry.orderID = about.orderID;
+  entry.amount = about.amount;
+  entry.currency = about.currency;
+  entry.transactionType = about.transactionType;
+  if (options.client) {
+    entry.baseURL = options.client->CurrentDomainURL();
+    entry.environment = options.client->CurrentDomainURL() == options.client->config().testBaseURL
+                            ? "test"
+                            : "production";
+  }
+  Result<std::int64_t> id = written.journal->begin(entry);
+  if (!id) {
+    written.problem = id.error().message;
+    written.journal.reset();
+    return written;
+  }
+  entry.id = id.value();
+  return written;
+}
+
 }  // namespace
 
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options) {
@@ -83,7 +151,35 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   started.controller =
       WebviewController::create(options.client ? options.client->config() : options.gateway);
   started.controller->setRequest(request);
-  started.delegate = windowDelegate(std::move(host), options, std::move(post));
+  PaymentWindowOptions journaled = options;
+  std::optional<JournalEntryWritten> written;
+  if (options.journal) {
+    written = writeJournalEntry(options);
+    if (!written->journal) {
+      // Nothing loads: the payment is not started.
+      if (host) {
+        host->didTransactionComplete(failedStatus(
+            "the payment was not started: " + written->problem));
+      }
+      started.delegate = host;
+      return started;
+    }
+    if (journaled.reconcile) {
+      journaled.reconcile->onStatus =
+          [journal = written->journal, entry = written->entry,
+           chained = std::move(journaled.reconcile->onStatus)](const PaymentResponse& status) mutable {
+            entry.status = status;
+            entry.state = reconciledState(entry.operation, status).value_or(JournalState::Unknown);
+            journal->reconciled(entry);
+            if (chained) chained(status);
+          };
+    }
+  }
+  started.delegate = windowDelegate(std::move(host), journaled, std::move(post));
+  if (written) {
+    started.delegate = std::make_shared<JournalingDelegate>(started.delegate, written->journal,
+                                                            written->entry.id);
+  }
   WebviewController& controller = *started.controller;
   controller.setDelegate(started.delegate);
   controller.setIpgWebView(window);

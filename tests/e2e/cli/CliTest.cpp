@@ -82,6 +82,7 @@ class CliTest : public qipg_test::ClientTest {
     ClientTest::SetUp();
     for (const auto& [name, value] :
          {std::pair<const char*, std::string>{"XDG_DATA_HOME", (dir() / "xdg").string()},
+          {"XDG_STATE_HOME", (dir() / "state").string()},
           {"QIPG_MID", kMID},
           {"QIPG_KEY", kKey}}) {
       env_.push_back(std::make_unique<ScopedEnv>(name, value));
@@ -115,6 +116,24 @@ class CliTest : public qipg_test::ClientTest {
                                 "--test-card", "approve", "--no-window", "--json"});
     EXPECT_EQ(run.exitCode, 0) << run.err;
     return nlohmann::json::parse(run.out, nullptr, false).value("transactionReferenceNo", "");
+  }
+
+  // Waits until a connection to the sandbox at `port` is up (state 01 towards it in
+  // /proc/net/tcp), then a little more for the request on it to leave.
+  static void waitUntilHeld(int port) {
+    char portHex[8];
+    std::snprintf(portHex, sizeof portHex, ":%04X ", port);
+    for (int i = 0; i < 500; ++i) {
+      const std::string tcp = qipg_test::readFile("/proc/net/tcp");
+      bool connected = false;
+      for (std::size_t at = tcp.find(portHex); at != std::string::npos && !connected;
+           at = tcp.find(portHex, at + 1)) {
+        connected = tcp.compare(at + 6, 2, "01") == 0;  // as the remote port: then the state
+      }
+      if (connected) break;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
   }
 
   std::unique_ptr<Child> sandbox_;
@@ -437,8 +456,6 @@ TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
   const std::string saleRef = pay("I2", "3.00");
   ASSERT_EQ(ipg({"sandbox", "fault", "cancel", "hang"}).exitCode, 0);
   ASSERT_EQ(ipg({"sandbox", "fault", "refund", "hang"}).exitCode, 0);
-  char portHex[8];
-  std::snprintf(portHex, sizeof portHex, ":%04X ", port);
   const struct {
     std::vector<std::string> args;
     int signal;
@@ -471,18 +488,7 @@ TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
     for (int i = 0; i < 1000 && !blocked(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    // Held by the sandbox once its connection is up (state 01 towards the sandbox's port).
-    for (int i = 0; i < 500; ++i) {
-      const std::string tcp = qipg_test::readFile("/proc/net/tcp");
-      bool connected = false;
-      for (std::size_t at = tcp.find(portHex); at != std::string::npos && !connected;
-           at = tcp.find(portHex, at + 1)) {
-        connected = tcp.compare(at + 6, 2, "01") == 0;  // as the remote port: then the state
-      }
-      if (connected) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the request leaves
+    waitUntilHeld(port);
     ::kill(call.pid(), row.signal);
     const nlohmann::json out = nlohmann::json::parse(call.line(), nullptr, false);
     EXPECT_EQ(call.wait(), 5);
@@ -492,6 +498,112 @@ TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
     EXPECT_NE(out["error"].value("message", "").find("confirm with a status inquiry"),
               std::string::npos);
   }
+}
+
+// Killed outright mid-refund, mid-payment or with the card form shown, ipg leaves open
+// entries in its journal, and reconciling settles them from the gateway's status, sending
+// nothing again. The journal
+// holds no card number or key.
+TEST_F(CliTest, TheJournalKeepsWhatAKillInterrupted) {
+  const int port = startSandbox({"--session-seconds", "4"}).value("port", 0);
+  const std::string saleRef = pay("K1", "9.00");
+  const auto journal = [this](const std::vector<std::string>& args) {
+    std::vector<std::string> all = {"journal"};
+    all.insert(all.end(), args.begin(), args.end());
+    all.push_back("--json");
+    const ProcessRun run = ipg(all);
+    nlohmann::json entries = nlohmann::json::parse(run.out, nullptr, false);
+    return std::pair{run.exitCode, entries.is_array() ? entries : nlohmann::json::array()};
+  };
+  const auto killed = [&](const std::vector<std::string>& args, const char* endpoint,
+                          const char* fault) {
+    ASSERT_EQ(ipg({"sandbox", "fault", endpoint, fault}).exitCode, 0);
+    std::vector<std::string> argv = {program("ipg")};
+    argv.insert(argv.end(), args.begin(), args.end());
+    Child call(argv);
+    waitUntilHeld(port);
+    ::kill(call.pid(), SIGKILL);
+    call.wait();
+  };
+  killed({"refund", "--order", "K1", "--ref", saleRef, "--amount", "2.00"}, "refund", "hang");
+  killed({"pay", "--standard", "--order", "K2", "--amount", "5.00", "--test-card", "approve",
+          "--no-window"},
+         "invoice", "delay=2000");
+  // A window with the card form shown, killed before the customer pays (where there is a
+  // window toolkit and a display for it).
+  const char* sourceDir = std::getenv("QIPG_TEST_WINDOW_SOURCE_DIR");
+  if (sourceDir != nullptr) {
+    Child window({std::string(sourceDir) + "/scripts/with-display", program("ipg"), "pay",
+                  "--standard", "--order", "K3", "--amount", "6.00"});
+    for (int i = 0; i < 600 && ipg({"status", "--order", "K3"}).out.find("statusCode: P") ==
+                                   std::string::npos;
+         ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    // ipg itself, not the display's script around it, which then ends its Xvfb.
+    EXPECT_EQ(::system(("pkill -KILL -f -- " + quoted("^" + program("ipg") + " pay --standard --order K3"))
+                           .c_str()),
+              0);
+    window.wait();
+  }
+  const std::size_t killedCount = sourceDir != nullptr ? 3 : 2;
+  auto [listed, open] = journal({"list", "--unresolved"});
+  EXPECT_EQ(listed, 0);
+  ASSERT_EQ(open.size(), killedCount) << open;
+  EXPECT_EQ(open[0].value("operation", ""), "refund");
+  EXPECT_EQ(open[0].value("amount", ""), "2.00");
+  EXPECT_EQ(open[1].value("operation", ""), "payment");
+  for (const auto& entry : open) EXPECT_EQ(entry.value("state", ""), "open");
+
+  // The gateway is well again (the refund was applied before its answer was held).
+  ASSERT_EQ(ipg({"sandbox", "fault", "refund", "none"}).exitCode, 0);
+  ASSERT_EQ(ipg({"sandbox", "fault", "invoice", "none"}).exitCode, 0);
+  // A payment still pending is asked again until the gateway settles it: paid, or its
+  // session expired.
+  for (int round = 0; round < 30; ++round) {
+    const auto [code, reconciled] = journal({"reconcile"});
+    if (code == 0) break;
+    EXPECT_EQ(code, 3) << reconciled;
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  }
+  const nlohmann::json all = journal({"list"}).second;
+  ASSERT_EQ(all.size(), killedCount + 1) << all;  // the first payment, then those killed
+  EXPECT_EQ(all[0].value("state", ""), "answered");
+  for (const auto& [at, code] : {std::pair{1u, "R"}, {2u, "S"}, {3u, "F"}}) {
+    if (at >= all.size()) break;
+    EXPECT_EQ(all[at].value("state", ""), "settled") << all[at];
+    EXPECT_EQ(all[at]["status"].value("statusCode", ""), code);
+  }
+
+  std::string bytes;
+  for (const char* file : {"journal.sqlite3", "journal.sqlite3-wal"}) {
+    bytes += qipg_test::readFile(dir() / "state/qipg" / file);
+  }
+  EXPECT_NE(bytes.find("K1"), std::string::npos);
+  for (const std::string& secret : {std::string("4111111111111111"), kKey}) {
+    EXPECT_EQ(bytes.find(secret), std::string::npos) << secret;
+  }
+}
+
+// A journal that is not one (torn, or overwritten) is set aside, not deleted, and a new one
+// started.
+TEST_F(CliTest, ATornJournalIsSetAside) {
+  std::filesystem::create_directories(dir() / "state/qipg");
+  const auto file = dir() / "state/qipg/journal.sqlite3";
+  writeFile(file, std::string(4096, 'x'));
+  const ProcessRun run = ipg({"journal", "list", "--json"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.out, "[]\n");
+  EXPECT_NE(run.err.find("set aside as " + file.string() + ".corrupt-"), std::string::npos)
+      << run.err;
+  int asides = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(file.parent_path())) {
+    if (entry.path().filename().string().find(".corrupt-") != std::string::npos) {
+      ++asides;
+      EXPECT_EQ(qipg_test::readFile(entry.path()), std::string(4096, 'x'));
+    }
+  }
+  EXPECT_EQ(asides, 1);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <qipg/Client.h>
 
 #include <atomic>
+#include <future>
 #include <functional>
 #include <sstream>
 #include <stdexcept>
@@ -217,6 +218,61 @@ TEST_F(ClientLayerTest, ShutdownMidTransferEndsTheCallWithOutcomeUnknown) {
   EXPECT_EQ(answer.error().message,
             std::string("the client was shut down before the answer arrived") + kConfirm);
   EXPECT_TRUE(answer.error().outcomeUnknown);
+}
+
+// With a journal, every refund is known to it before it leaves and its end after; one whose
+// answer never came is reconciled from the gateway's status (the callback form, off the
+// caller's thread), and an entry of another gateway is left to a client of that gateway.
+TEST_F(ClientLayerTest, TheJournalTellsEveryRefundsEnd) {
+  const std::string ref = pay("J1", "10.00", 1).transactionReferenceNo().value_or("");
+  qipg::ClientOptions withJournal = options();
+  withJournal.journalPath = (dir() / "journal/j.sqlite3").string();
+  {
+    auto client = make(withJournal);
+    ASSERT_TRUE(client->refund({"J1", ref, "1.00"}).get());
+    sandbox().setFault(qipg::sandbox::Endpoint::kRefund, qipg::sandbox::Fault::kHang);
+    auto pending = client->refund({"J1", ref, "2.00"});
+    while (sandbox().heldRequests() == 0) std::this_thread::yield();
+    client->shutdown();
+    EXPECT_TRUE(pending.get().error().outcomeUnknown);
+  }
+  sandbox().setFault(qipg::sandbox::Endpoint::kRefund, qipg::sandbox::Fault::kNone);
+  auto journal = qipg::Journal::open(withJournal.journalPath).value();
+  qipg::JournalEntry elsewhere{.operation = qipg::JournalOperation::Cancel,
+                               .orderID = "J2",
+                               .baseURL = "https://gw.example/ipg/"};
+  ASSERT_TRUE(journal->begin(elsewhere));
+
+  auto client = make(withJournal);
+  ASSERT_EQ(client->unresolved().value().size(), 2u);
+  std::promise<Result<std::vector<qipg::JournalEntry>>> reconciled;
+  const auto caller = std::this_thread::get_id();
+  std::atomic<bool> offCaller{false};
+  client->reconcile([&](Result<std::vector<qipg::JournalEntry>> entries) {
+    offCaller = std::this_thread::get_id() != caller;
+    reconciled.set_value(std::move(entries));
+  });
+  const auto entries = reconciled.get_future().get().value();
+  EXPECT_TRUE(offCaller);
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].state, qipg::JournalState::Settled);
+  EXPECT_EQ(entries[0].status->statusCode(), Text("R"));
+  EXPECT_EQ(entries[1].state, qipg::JournalState::Open);
+  EXPECT_NE(entries[1].reconcileError.find("https://gw.example/ipg/"), std::string::npos);
+
+  const auto all = journal->entries().value();
+  ASSERT_EQ(all.size(), 3u);
+  EXPECT_EQ(all[0].state, qipg::JournalState::Answered);
+  EXPECT_EQ(all[0].answer->statusCode(), Text("S"));
+  EXPECT_EQ(all[1].errorKind, "ShutDown");
+  EXPECT_EQ(all[1].status->statusCode(), Text("R"));
+
+  // A journal that is a link is refused: a planted one could collect the merchant's calls.
+  std::filesystem::create_symlink(withJournal.journalPath, dir() / "link.sqlite3");
+  withJournal.journalPath = (dir() / "link.sqlite3").string();
+  const auto refused = Client::create(withJournal);
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().kind, ErrorKind::Config);
 }
 
 TEST_F(ClientLayerTest, PaymentsAndTheirExtraChecks) {

@@ -43,8 +43,7 @@ int main(int argc, char** argv) {
   } else {
     auto created = qipg::Client::create({.gateway = gateway(argv[2], argv[3]),
                                          .merchantID = kMID,
-                                         .encryptionKey = kKey,
-                                         .callbackExecutor = {}});
+                                         .encryptionKey = kKey});
     if (!created) return 3;
     client = std::move(created.value());
     for (int i = 0; i < kCalls; ++i) {
