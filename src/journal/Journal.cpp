@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <utility>
 
@@ -59,32 +60,25 @@ std::string utcNow(const char* format) {
 
 std::string timestamp() { return utcNow("%Y-%m-%dT%H:%M:%SZ"); }
 
-// A record as the JSON object SQLite keeps: every present property by name.
-std::string recordJson(sqlite3* db, const PaymentResponse& record) {
-  std::string sql = "SELECT json_object(";
-  bool first = true;
+// SQL for a record as the JSON object SQLite keeps, its properties bound from parameter
+// `first` on in their declared order (an absent one is null, and read back as absent).
+std::string recordJsonSql(int first) {
+  std::string sql = "json_object(";
   for (const internal::RecordField& field : internal::kRecordFields) {
-    if (!(record.*field.get)()) continue;
-    sql += first ? "" : ",";
-    sql += "'" + std::string(field.name) + "',?";
-    first = false;
+    if (sql.back() != '(') sql += ",";
+    sql += "'" + std::string(field.name) + "',?" + std::to_string(first++);
   }
-  sql += ")";
-  sqlite3_stmt* statement = nullptr;
-  std::string json = "{}";
-  if (sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr) != SQLITE_OK) return json;
-  int index = 1;
+  return sql + ")";
+}
+
+void bindRecord(sqlite3_stmt* statement, int first, const PaymentResponse& record) {
   for (const internal::RecordField& field : internal::kRecordFields) {
     if (const Text& value = (record.*field.get)()) {
-      sqlite3_bind_text(statement, index++, value->data(), static_cast<int>(value->size()),
+      sqlite3_bind_text(statement, first, value->data(), static_cast<int>(value->size()),
                         SQLITE_TRANSIENT);
     }
+    ++first;
   }
-  if (sqlite3_step(statement) == SQLITE_ROW) {
-    json = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-  }
-  sqlite3_finalize(statement);
-  return json;
 }
 
 std::optional<PaymentResponse> recordFromJson(sqlite3* db, const unsigned char* json) {
@@ -175,22 +169,39 @@ std::optional<JournalState> reconciledState(JournalOperation operation,
 }
 
 struct Journal::Impl {
-  ~Impl() { sqlite3_close_v2(db); }
+  ~Impl() {
+    for (auto& [sql, statement] : statements) sqlite3_finalize(statement);
+    sqlite3_close_v2(db);
+  }
 
   std::string path;
   std::string notice;
   sqlite3* db = nullptr;
   mutable std::mutex mutex;  // one statement sequence at a time on the connection
+  std::map<std::string, sqlite3_stmt*> statements;  // prepared once, by their SQL
+  bool fullSync = true;  // the connection's synchronous setting
 
-  // Runs `sql` with `bind` filling its parameters; true when it completed.
+  // Runs `sql` with `bind` filling its parameters, in a transaction of its own that is on disk
+  // when this returns if `durable` (else it may be lost with the machine, never with the
+  // process); true when it completed.
   template <typename Bind>
-  bool run(const char* sql, Bind&& bind) {
+  bool run(const std::string& sql, bool durable, Bind&& bind) {
     std::lock_guard lock(mutex);
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) != SQLITE_OK) return false;
+    if (durable != fullSync &&
+        sqlite3_exec(db, durable ? "PRAGMA synchronous=FULL" : "PRAGMA synchronous=NORMAL",
+                     nullptr, nullptr, nullptr) == SQLITE_OK) {
+      fullSync = durable;
+    }
+    sqlite3_stmt*& statement = statements[sql];
+    if (statement == nullptr &&
+        sqlite3_prepare_v3(db, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement,
+                           nullptr) != SQLITE_OK) {
+      return false;
+    }
     bind(statement);
     const bool done = sqlite3_step(statement) == SQLITE_DONE;
-    sqlite3_finalize(statement);
+    sqlite3_reset(statement);
+    sqlite3_clear_bindings(statement);
     return done;
   }
 };
@@ -309,7 +320,7 @@ Result<std::int64_t> Journal::begin(const JournalEntry& entry) {
       "INSERT INTO entries (operation, orderID, transactionRefNumber, amount, currency, "
       "transactionType, environment, baseURL, startedAt, state) "
       "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, 'open')",
-      [&](sqlite3_stmt* s) {
+      true, [&](sqlite3_stmt* s) {
         bindText(s, 1, std::string(journalOperationName(entry.operation)));
         bindText(s, 2, entry.orderID);
         bindText(s, 3, entry.transactionRefNumber);
@@ -333,28 +344,22 @@ Result<std::int64_t> Journal::begin(const JournalEntry& entry) {
 }
 
 bool Journal::answered(std::int64_t id, const PaymentResponse& answer) {
-  std::string json;
-  {
-    std::lock_guard lock(impl_->mutex);
-    json = recordJson(impl_->db, answer);
-  }
-  const std::string ref = answer.transactionReferenceNo().value_or("");
-  return impl_->run(
-      "UPDATE entries SET state = 'answered', endedAt = ?, answer = ?, "
-      "transactionRefNumber = CASE WHEN transactionRefNumber = '' THEN ? "
-      "ELSE transactionRefNumber END WHERE id = ?",
-      [&](sqlite3_stmt* s) {
-        bindText(s, 1, timestamp());
-        bindText(s, 2, json);
-        bindText(s, 3, ref);
-        sqlite3_bind_int64(s, 4, id);
-      });
+  static const std::string sql =
+      "UPDATE entries SET state = 'answered', endedAt = ?1, "
+      "transactionRefNumber = CASE WHEN transactionRefNumber = '' THEN coalesce(?3, '') "
+      "ELSE transactionRefNumber END, answer = " +
+      recordJsonSql(3) + " WHERE id = ?2";
+  return impl_->run(sql, false, [&](sqlite3_stmt* s) {
+    bindText(s, 1, timestamp());
+    sqlite3_bind_int64(s, 2, id);
+    bindRecord(s, 3, answer);
+  });
 }
 
 bool Journal::failed(std::int64_t id, const Error& error) {
   return impl_->run(
       "UPDATE entries SET state = ?, endedAt = ?, errorKind = ?, errorMessage = ? WHERE id = ?",
-      [&](sqlite3_stmt* s) {
+      false, [&](sqlite3_stmt* s) {
         bindText(s, 1, error.outcomeUnknown ? "unknown" : "answered");
         bindText(s, 2, timestamp());
         bindText(s, 3, std::string(errorKindName(error.kind)));
@@ -364,22 +369,19 @@ bool Journal::failed(std::int64_t id, const Error& error) {
 }
 
 bool Journal::reconciled(JournalEntry& entry) {
-  std::optional<std::string> json;
-  if (entry.status) {
-    std::lock_guard lock(impl_->mutex);
-    json = recordJson(impl_->db, *entry.status);
-  }
+  static const std::string sql =
+      "UPDATE entries SET state = ?1, reconciledAt = ?2, reconcileError = ?3, "
+      "status = CASE WHEN ?5 THEN " +
+      recordJsonSql(6) + " END WHERE id = ?4";
   entry.reconciledAt = timestamp();
-  return impl_->run(
-      "UPDATE entries SET state = ?, reconciledAt = ?, status = ?, reconcileError = ? "
-      "WHERE id = ?",
-      [&](sqlite3_stmt* s) {
-        bindText(s, 1, std::string(journalStateName(entry.state)));
-        bindText(s, 2, entry.reconciledAt);
-        if (json) bindText(s, 3, *json);
-        bindText(s, 4, entry.reconcileError);
-        sqlite3_bind_int64(s, 5, entry.id);
-      });
+  return impl_->run(sql, false, [&](sqlite3_stmt* s) {
+    bindText(s, 1, std::string(journalStateName(entry.state)));
+    bindText(s, 2, entry.reconciledAt);
+    bindText(s, 3, entry.reconcileError);
+    sqlite3_bind_int64(s, 4, entry.id);
+    sqlite3_bind_int(s, 5, entry.status ? 1 : 0);
+    if (entry.status) bindRecord(s, 6, *entry.status);
+  });
 }
 
 Result<std::vector<JournalEntry>> Journal::entries(bool unresolvedOnly) const {
