@@ -80,7 +80,8 @@ std::unique_ptr<Store> freshStore() {
 class Run {
  public:
   explicit Run(FuzzedDataProvider& in) : in_(in), store_(freshStore()) {
-    gateway_ = std::make_unique<Gateway>(*store_, kIV, kBaseURL, "test");
+    gateway_ = std::make_unique<Gateway>(*store_, kIV, kBaseURL, "test",
+                                         qipg::sandbox::Options{}.paymentSession);
   }
 
   void step() {

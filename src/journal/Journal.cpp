@@ -249,9 +249,21 @@ sqlite3* openDatabase(const std::string& path, std::string* error, bool* unreada
     healthy = false;
   }
   if (!healthy) {
-    const int code = sqlite3_errcode(db);
-    *unreadable = code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR ||
-                  error->find("integrity") != std::string::npos;
+    // What the file holds is at fault, unless the trouble is the disk, the memory or
+    // another process (whose journal must not be set aside under it).
+    switch (sqlite3_errcode(db) & 0xff) {
+      case SQLITE_CANTOPEN:
+      case SQLITE_IOERR:
+      case SQLITE_FULL:
+      case SQLITE_BUSY:
+      case SQLITE_LOCKED:
+      case SQLITE_NOMEM:
+      case SQLITE_PERM:
+        *unreadable = error->find("integrity") != std::string::npos;
+        break;
+      default:
+        *unreadable = true;
+    }
     sqlite3_close_v2(db);
     return nullptr;
   }
