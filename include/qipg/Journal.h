@@ -41,8 +41,8 @@ QIPG_EXPORT std::string_view journalStateName(JournalState state);
 /// One entry. Plain value. It never holds card data, keys, envelopes or messages.
 struct QIPG_EXPORT JournalEntry {
   std::int64_t id = 0;  ///< the journal's own number of the entry
-  JournalOperation operation = JournalOperation::Payment;
-  std::string orderID{};
+  JournalOperation operation = JournalOperation::Payment;  ///< what was sent
+  std::string orderID{};  ///< the merchant's order ID of the payment
   std::string transactionRefNumber{};  ///< the payment's reference number, when known
   std::string amount{};                ///< the payment's or the refund's amount
   std::string currency{};              ///< payments only
@@ -50,18 +50,18 @@ struct QIPG_EXPORT JournalEntry {
   std::string environment{};           ///< "test" or "production"
   std::string baseURL{};               ///< the gateway's base URL, canonical form
   std::string startedAt{};             ///< UTC, "2026-11-24T14:32:05Z"
-  JournalState state = JournalState::Open;
+  JournalState state = JournalState::Open;  ///< where the entry stands
   std::string endedAt{};  ///< when the call ended (empty while open)
   /// The gateway's answer when the call ended with one (a payment: its final page's record).
   std::optional<PaymentResponse> answer{};
-  /// When the call ended without one: the ErrorKind's name and the message.
+  /// When the call ended without one: the ErrorKind's name ...
   std::string errorKind{};
-  std::string errorMessage{};
+  std::string errorMessage{};  ///< ... and the error's message
   std::string reconciledAt{};  ///< when reconciliation last asked the gateway
   /// The gateway's status record, once reconciliation got one.
   std::optional<PaymentResponse> status{};
-  /// Why the last reconciliation could not settle the entry (the status call's error, or an
-  /// entry of another gateway); empty when it could.
+  /// Why the last reconciliation could not settle the entry (the status call's error, a
+  /// payment still pending, an entry of another gateway); empty when it could.
   std::string reconcileError{};
 
   /// Open or Unknown: still waiting for the gateway's word.
