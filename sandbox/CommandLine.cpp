@@ -76,7 +76,12 @@ int setFaultOnRunning(const Settings& s, std::ostream& out, std::ostream& err,
     err << program << ": " << (res->status == 400 ? res->body : "refused: " + res->body);
     return res->status == 400 ? 2 : 1;
   }
-  out << s.faultEndpoint << ": " << s.faultKind << "\n";
+  // The answer is "held=N": requests of that endpoint held by a hang or a delay now.
+  const std::string held = res->body.rfind("held=", 0) == 0
+                               ? res->body.substr(5, res->body.find('\n') - 5)
+                               : std::string();
+  out << s.faultEndpoint << ": " << s.faultKind
+      << (held.empty() || held == "0" ? std::string() : " (" + held + " held)") << "\n";
   return 0;
 }
 

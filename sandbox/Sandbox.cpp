@@ -68,7 +68,16 @@ struct Sandbox::Impl {
   mutable std::mutex holdMutex;
   std::condition_variable holdCv;
   bool stopping = false;
-  std::size_t held = 0;
+  std::array<std::size_t, kEndpointCount> held{};  // requests held by a hang or a delay
+
+  // Counts a held request while it lives; the hold mutex is taken around both ends.
+  struct HeldCount {
+    explicit HeldCount(std::size_t& count) : count_(count) { ++count_; }
+    ~HeldCount() { --count_; }
+    HeldCount(const HeldCount&) = delete;
+    HeldCount& operator=(const HeldCount&) = delete;
+    std::size_t& count_;
+  };
 
   std::mutex stopMutex;
   bool stopped = false;
@@ -77,20 +86,22 @@ struct Sandbox::Impl {
     return static_cast<Fault>(faults[static_cast<std::size_t>(e)].load());
   }
 
-  // Waits until `delay` has passed; false (with a 503 in `res`) when stop() came first.
-  bool pause(std::chrono::milliseconds delay, httplib::Response& res) {
+  // Holds a request of `e` until `delay` has passed; false (with a 503 in `res`) when stop()
+  // came first.
+  bool pause(Endpoint e, std::chrono::milliseconds delay, httplib::Response& res) {
     std::unique_lock<std::mutex> lock(holdMutex);
+    const HeldCount counted(held[static_cast<std::size_t>(e)]);
     if (!holdCv.wait_for(lock, delay, [&] { return stopping; })) return true;
     stoppedAnswer(res);
     return false;
   }
 
-  // Holds the request while `e` has Fault::kHang; false (with a 503 in `res`) when stop() came.
+  // Holds a request of `e` while `e` has Fault::kHang; false (with a 503 in `res`) when stop()
+  // came.
   bool hold(Endpoint e, httplib::Response& res) {
     std::unique_lock<std::mutex> lock(holdMutex);
-    ++held;
+    const HeldCount counted(held[static_cast<std::size_t>(e)]);
     holdCv.wait(lock, [&] { return stopping || fault(e) != Fault::kHang; });
-    --held;
     if (!stopping) return true;
     stoppedAnswer(res);
     return false;
@@ -148,7 +159,8 @@ struct Sandbox::Impl {
           const Fault f = fault(endpoint);
           if (f == Fault::kHang && !hold(endpoint, res)) return;
           if (f == Fault::kDelay &&
-              !pause(std::chrono::milliseconds(delaysMs[static_cast<std::size_t>(endpoint)].load()),
+              !pause(endpoint,
+                     std::chrono::milliseconds(delaysMs[static_cast<std::size_t>(endpoint)].load()),
                      res)) {
             return;
           }
@@ -157,7 +169,7 @@ struct Sandbox::Impl {
             return;
           }
           Reply reply = (gateway.get()->*handler)(req.body);
-          if (reply.fault == Fault::kDelay && !pause(kMagicDelay, res)) return;
+          if (reply.fault == Fault::kDelay && !pause(endpoint, kMagicDelay, res)) return;
           if (reply.fault != Fault::kNone && reply.fault != Fault::kDelay) {
             spoil(reply.fault, res);
             return;
@@ -191,7 +203,14 @@ struct Sandbox::Impl {
         return;
       }
       setFault(endpoint, f, delay);
-      res.set_content("ok\n", "text/plain; charset=utf-8");
+      // How many of its requests the endpoint holds now (a hang or a delay), so that a script
+      // can wait for one.
+      std::size_t holding = 0;
+      {
+        std::lock_guard<std::mutex> lock(holdMutex);
+        holding = held[static_cast<std::size_t>(endpoint)];
+      }
+      res.set_content("held=" + std::to_string(holding) + "\n", "text/plain; charset=utf-8");
     });
   }
 
@@ -402,7 +421,9 @@ void Sandbox::clearFaults() {
 
 std::size_t Sandbox::heldRequests() const {
   std::lock_guard<std::mutex> lock(impl_->holdMutex);
-  return impl_->held;
+  std::size_t total = 0;
+  for (const std::size_t count : impl_->held) total += count;
+  return total;
 }
 
 std::optional<TransactionInfo> Sandbox::transaction(const std::string& mid,

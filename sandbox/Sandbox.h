@@ -154,7 +154,7 @@ class Sandbox {
   void setFault(Endpoint endpoint, Fault fault,
                 std::chrono::milliseconds delay = std::chrono::milliseconds(0));
   void clearFaults();
-  // Requests currently held by Fault::kHang.
+  // Requests currently held by Fault::kHang or a delay.
   std::size_t heldRequests() const;
 
   // The transaction of `orderId` of merchant `mid`; nothing when there is none.

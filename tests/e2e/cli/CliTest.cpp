@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
@@ -118,22 +119,25 @@ class CliTest : public qipg_test::ClientTest {
     return nlohmann::json::parse(run.out, nullptr, false).value("transactionReferenceNo", "");
   }
 
-  // Waits until a connection to the sandbox at `port` is up (state 01 towards it in
-  // /proc/net/tcp), then a little more for the request on it to leave.
-  static void waitUntilHeld(int port) {
-    char portHex[8];
-    std::snprintf(portHex, sizeof portHex, ":%04X ", port);
-    for (int i = 0; i < 500; ++i) {
-      const std::string tcp = qipg_test::readFile("/proc/net/tcp");
-      bool connected = false;
-      for (std::size_t at = tcp.find(portHex); at != std::string::npos && !connected;
-           at = tcp.find(portHex, at + 1)) {
-        connected = tcp.compare(at + 6, 2, "01") == 0;  // as the remote port: then the state
-      }
-      if (connected) break;
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  // Whether the gateway's status of `order` shows `code`.
+  bool hasStatus(const std::string& order, const std::string& code) {
+    return ipg({"status", "--order", order}).out.find("statusCode: " + code + "\n") !=
+           std::string::npos;
+  }
+
+  // Asks `done` until it says yes; false after a minute.
+  static bool eventually(const std::function<bool()>& done) {
+    for (int i = 0; i < 300; ++i) {
+      if (done()) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(200));
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    return false;
+  }
+
+  // Whether the sandbox holds one request of `endpoint`, whose fault `kind` (a hang or a delay)
+  // is set again, which changes nothing.
+  bool holdsOne(const std::string& endpoint, const std::string& kind = "hang") {
+    return ipg({"sandbox", "fault", endpoint, kind}).out == endpoint + ": " + kind + " (1 held)\n";
   }
 
   std::unique_ptr<Child> sandbox_;
@@ -233,7 +237,7 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
     if (!row.fault.empty()) {
       const ProcessRun set = ipg({"sandbox", "fault", "status", row.fault});
       ASSERT_EQ(set.exitCode, 0) << set.err;
-      EXPECT_EQ(set.out, "status: " + row.fault + "\n");
+      EXPECT_EQ(set.out.rfind("status: " + row.fault, 0), 0u) << set.out;  // then what it holds
     }
     std::vector<std::string> args = row.args;
     args.push_back("--json");
@@ -447,7 +451,7 @@ TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
 // A cancel or refund interrupted while it waits for its answer may have been applied: ipg says
 // so and exits 5 rather than dying silently.
 TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
-  const int port = startSandbox().value("port", 0);
+  ASSERT_TRUE(startSandbox().is_object());
   const ProcessRun preauth =
       ipg({"pay", "--standard", "--order", "I1", "--amount", "3.00", "--type", "preauth",
            "--test-card", "approve", "--no-window", "--json"});
@@ -488,7 +492,7 @@ TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
     for (int i = 0; i < 1000 && !blocked(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    waitUntilHeld(port);
+    EXPECT_TRUE(eventually([&] { return holdsOne(row.args[0]); }));
     ::kill(call.pid(), row.signal);
     const nlohmann::json out = nlohmann::json::parse(call.line(), nullptr, false);
     EXPECT_EQ(call.wait(), 5);
@@ -505,7 +509,7 @@ TEST_F(CliTest, InterruptedCancelOrRefundSaysItsOutcomeIsUnknown) {
 // nothing again. The journal
 // holds no card number or key.
 TEST_F(CliTest, TheJournalKeepsWhatAKillInterrupted) {
-  const int port = startSandbox({"--session-seconds", "4"}).value("port", 0);
+  ASSERT_TRUE(startSandbox({"--session-seconds", "10"}).is_object());
   const std::string saleRef = pay("K1", "9.00");
   const auto journal = [this](const std::vector<std::string>& args) {
     std::vector<std::string> all = {"journal"};
@@ -516,32 +520,32 @@ TEST_F(CliTest, TheJournalKeepsWhatAKillInterrupted) {
     return std::pair{run.exitCode, entries.is_array() ? entries : nlohmann::json::array()};
   };
   const auto killed = [&](const std::vector<std::string>& args, const char* endpoint,
-                          const char* fault) {
+                          const char* fault, const std::function<bool()>& held) {
     ASSERT_EQ(ipg({"sandbox", "fault", endpoint, fault}).exitCode, 0);
     std::vector<std::string> argv = {program("ipg")};
     argv.insert(argv.end(), args.begin(), args.end());
     Child call(argv);
-    waitUntilHeld(port);
+    EXPECT_TRUE(eventually(held)) << args[0];
     ::kill(call.pid(), SIGKILL);
     call.wait();
   };
-  killed({"refund", "--order", "K1", "--ref", saleRef, "--amount", "2.00"}, "refund", "hang");
+  // Each is killed once the gateway holds its request: the refund's, and the payment's final
+  // page, which the gateway makes after the delay, settling the payment.
+  killed({"refund", "--order", "K1", "--ref", saleRef, "--amount", "2.00"}, "refund", "hang",
+         [&] { return holdsOne("refund"); });
   killed({"pay", "--standard", "--order", "K2", "--amount", "5.00", "--test-card", "approve",
           "--no-window"},
-         "invoice", "delay=2000");
+         "invoice", "delay=3000", [&] { return holdsOne("invoice", "delay=3000"); });
   // A window with the card form shown, killed before the customer pays (where there is a
   // window toolkit and a display for it).
   const char* sourceDir = std::getenv("QIPG_TEST_WINDOW_SOURCE_DIR");
   if (sourceDir != nullptr) {
     Child window({std::string(sourceDir) + "/scripts/with-display", program("ipg"), "pay",
                   "--standard", "--order", "K3", "--amount", "6.00"});
-    for (int i = 0; i < 600 && ipg({"status", "--order", "K3"}).out.find("statusCode: P") ==
-                                   std::string::npos;
-         ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
+    EXPECT_TRUE(eventually([&] { return hasStatus("K3", "P"); }));
     // ipg itself, not the display's script around it, which then ends its Xvfb.
-    EXPECT_EQ(::system(("pkill -KILL -f -- " + quoted("^" + program("ipg") + " pay --standard --order K3"))
+    EXPECT_EQ(::system(("pkill -KILL -f -- " +
+                        quoted("^" + program("ipg") + " pay --standard --order K3"))
                            .c_str()),
               0);
     window.wait();
@@ -555,17 +559,16 @@ TEST_F(CliTest, TheJournalKeepsWhatAKillInterrupted) {
   EXPECT_EQ(open[1].value("operation", ""), "payment");
   for (const auto& entry : open) EXPECT_EQ(entry.value("state", ""), "open");
 
-  // The gateway is well again (the refund was applied before its answer was held).
+  // The gateway is well again: it lets the held refund go, which it applies.
   ASSERT_EQ(ipg({"sandbox", "fault", "refund", "none"}).exitCode, 0);
   ASSERT_EQ(ipg({"sandbox", "fault", "invoice", "none"}).exitCode, 0);
   // A payment still pending is asked again until the gateway settles it: paid, or its
   // session expired.
-  for (int round = 0; round < 30; ++round) {
+  EXPECT_TRUE(eventually([&] {
     const auto [code, reconciled] = journal({"reconcile"});
-    if (code == 0) break;
-    EXPECT_EQ(code, 3) << reconciled;
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  }
+    EXPECT_TRUE(code == 0 || code == 3) << reconciled;
+    return code == 0;
+  }));
   const nlohmann::json all = journal({"list"}).second;
   ASSERT_EQ(all.size(), killedCount + 1) << all;  // the first payment, then those killed
   EXPECT_EQ(all[0].value("state", ""), "answered");
