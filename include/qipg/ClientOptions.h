@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "qipg/Events.h"
 #include "qipg/GatewayConfig.h"
 
 namespace qipg {
@@ -37,6 +38,9 @@ struct ClientOptions {
   /// refund is written to it, durably, before its request leaves, and its end when it ends;
   /// Client::reconcile() settles what a crash left open.
   std::string journalPath{};
+  /// Receives every call's events (see <qipg/Events.h>); empty: no events. Runs on a thread
+  /// of the client's own that runs nothing else.
+  EventHook eventHook{};
 };
 
 }  // namespace qipg

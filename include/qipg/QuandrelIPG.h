@@ -21,6 +21,7 @@
 #include <utility>
 
 #include "qipg/CommonUtilities.h"
+#include "qipg/Events.h"
 #include "qipg/Export.h"
 #include "qipg/GatewayConfig.h"
 #include "qipg/IPGResponseDelegate.h"
@@ -181,6 +182,13 @@ class QIPG_EXPORT QuandrelIPG : public std::enable_shared_from_this<QuandrelIPG>
       const Text& additionalField6, const Text& additionalField7, const Text& additionalField8,
       const Text& additionalField9, const Text& additionalField10, const Text& mid,
       const Text& encryptionString, const std::shared_ptr<IPGResponseDelegate>& requestDelegate);
+
+  /// Sends the events of every later status, cancel and refund call (see <qipg/Events.h>),
+  /// and of the payment windows given this client, to `hook`, on a thread of the client's own;
+  /// an empty hook turns them off (the default). Events already queued still reach the old one.
+  void setEventHook(EventHook hook);
+  /// The hook in force; empty when events are off.
+  EventHook eventHook() const;
 
   /// Completes every request under way with an error (their delegates get an "F" record) and
   /// stops the transport thread. Called by the destructor; later management calls answer "F".

@@ -14,6 +14,7 @@
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
 #include "qipg/Error.h"
+#include "qipg/Events.h"
 #include "qipg/Export.h"
 #include "qipg/GatewayConfig.h"
 #include "qipg/IPGCardCaptureRequest.h"

@@ -7,6 +7,8 @@
 
 #include "client/ManagementWire.h"
 #include "client/QuandrelIPGImpl.h"
+#include "cxx/ClientErrors.h"
+#include "net/Events.h"
 #include "net/Transport.h"
 #include "qipg/Cryptography.h"
 #include "qipg/IPGResponseDelegate.h"
@@ -49,22 +51,44 @@ class FunctionDelegate final : public IPGResponseDelegate {
 // `transport` as sendPostRequestWithURL does, and has the answer, opened with the same key,
 // parsed and handed to `delegate`. The completion keeps the client, the key and the delegate
 // alive until it has run.
+// The end of a call as qipg::Client would report it, for its events.
+void reportEnd(const internal::CallEvents& events, Operation operation,
+               const internal::TransportReply& reply, const Text& plain,
+               const PaymentResponse& response, const std::string& baseURL) {
+  if (!events) return;
+  events.transferred(reply);
+  std::optional<Error> error;
+  if (reply.error) {
+    error = internal::transportFailure(*reply.error, baseURL, operation);
+  } else if (reply.httpStatus != 200) {
+    error = internal::httpFailure(reply.httpStatus, std::nullopt, baseURL, operation);
+  } else if (!plain || plain->empty()) {
+    error = internal::withOutcome(internal::makeError(ErrorKind::Unreadable, {}), operation, true);
+  }
+  events.ended(response.statusCode().value_or(""), error ? std::optional(error->kind) : std::nullopt,
+               error && error->outcomeUnknown);
+}
+
 void postSealed(const std::shared_ptr<QuandrelIPG>& client, internal::Transport& transport,
                 const CommonUtilities* parsers, Operation operation,
                 internal::ManagementMessage call, const Text& key,
-                const std::shared_ptr<IPGResponseDelegate>& delegate) {
+                const std::shared_ptr<IPGResponseDelegate>& delegate,
+                internal::CallEvents events) {
   const std::string envelope = encryptTextWithEncKey(call.message, key);
   internal::wipe(call.message);
   auto secret = std::make_shared<internal::SecretText>(key);
   transport.post(
       internal::formPostRequest(call.url, internal::managementForm(operation, envelope, call.mid)),
-      [client, parsers, operation, secret, delegate](const internal::TransportReply& reply) {
+      [client, parsers, operation, secret, delegate,
+       events = std::move(events)](const internal::TransportReply& reply) {
         // The error is not examined: an absent answer opens to an absent text, which parses
         // to a record with statusCode "F".
-        const Text plain = decryptTextWithDecryptionKey(reply.answer, secret->value());
+        Text plain = decryptTextWithDecryptionKey(reply.answer, secret->value());
+        internal::WipeOnExit wipePlain(plain);
         const PaymentResponse response = operation == Operation::Status
                                              ? parsers->getResponseFromString(plain)
                                              : parsers->getCancelOrRefundPaymentResponse(plain);
+        reportEnd(events, operation, reply, plain, response, client->CurrentDomainURL());
         if (delegate) delegate->didReceivePaymentResponse(response);
       },
       internal::managementPostOptions(operation));
@@ -103,11 +127,37 @@ void QuandrelIPG::manage(Operation op, const Text& orderID, const Text& transact
                          const std::shared_ptr<IPGResponseDelegate>& delegate) {
   auto [mid, key] = storeAndResolveCredentials(merchantID, encryptionString);
   internal::WipeOnExit wipe(key);
+  std::shared_ptr<internal::EventSink> sink;
+  {
+    std::lock_guard lock(impl_->eventsMutex_);
+    sink = impl_->events_;
+  }
+  internal::CallEvents events(std::move(sink), internal::operationName(op),
+                              orderID.value_or(""), transactionRefNumber.value_or(""),
+                              impl_->CurrentDomainURL_);
   internal::ManagementMessage call = internal::layOutManagement(
       op, impl_->CurrentDomainURL_, orderID, transactionRefNumber, transactionAmount, mid, key);
-  if (call.verdict != kSuccess) return reportInputError(delegate, call.verdict);
+  if (call.verdict != kSuccess) {
+    events.ended({}, ErrorKind::Input, false);
+    return reportInputError(delegate, call.verdict);
+  }
   postSealed(shared_from_this(), *impl_->transport_, &impl_->commonUtilities_, op, std::move(call),
-             encryptionString, delegate);
+             encryptionString, delegate, std::move(events));
+}
+
+void QuandrelIPG::setEventHook(EventHook hook) {
+  std::shared_ptr<internal::EventSink> sink = internal::EventSink::create(hook);
+  {
+    std::lock_guard lock(impl_->eventsMutex_);
+    std::swap(impl_->eventHook_, hook);
+    std::swap(impl_->events_, sink);
+  }
+  // The old sink is let go outside the lock: it waits for the events it still holds.
+}
+
+EventHook QuandrelIPG::eventHook() const {
+  std::lock_guard lock(impl_->eventsMutex_);
+  return impl_->eventHook_;
 }
 
 void QuandrelIPG::getTransactionStatus(

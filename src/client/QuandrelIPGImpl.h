@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "net/Events.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/GatewayConfig.h"
 #include "qipg/IPGResponseDelegate.h"
@@ -25,6 +26,9 @@ struct QuandrelIPG::Impl {
   std::weak_ptr<IPGResponseDelegate> quandrelIPGDelegate_;
   GatewayConfig config_;
   std::shared_ptr<internal::Transport> transport_;
+  mutable std::mutex eventsMutex_;
+  EventHook eventHook_;                          // guarded by eventsMutex_
+  std::shared_ptr<internal::EventSink> events_;  // guarded by eventsMutex_; nullptr: off
 };
 
 }  // namespace qipg

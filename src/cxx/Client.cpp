@@ -23,6 +23,7 @@
 #include "cxx/ClientChecks.h"
 #include "cxx/ClientErrors.h"
 #include "net/CompletionPool.h"
+#include "net/Events.h"
 #include "net/Transport.h"
 #include "qipg/CommonUtilities.h"
 #include "qipg/Cryptography.h"
@@ -55,11 +56,15 @@ PaymentResponse failedRecord() {
 
 // What a management call needs once it is under way.
 struct Call {
-  Call(Operation operation, Sink sink, const Text& key)
-      : operation(operation), deliver(std::move(sink.deliver)), key(key) {}
+  Call(Operation operation, Sink sink, const Text& key, internal::CallEvents events)
+      : operation(operation),
+        deliver(std::move(sink.deliver)),
+        key(key),
+        events(std::move(events)) {}
   Operation operation;
   Deliver deliver;
   internal::SecretText key;
+  internal::CallEvents events;
   std::int64_t journalEntry = 0;  // 0: not journaled
   // Cancels the transfer when the caller's token is stopped; kept until the call is released.
   std::optional<std::stop_callback<std::function<void()>>> onStop;
@@ -82,13 +87,15 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
   CommonUtilities parsers;
   std::shared_ptr<Journal> journal;
   std::string environment;  // "test" or "production", as the journal names it
+  std::shared_ptr<internal::EventSink> events;  // nullptr: no hook
   std::atomic<bool> shutDown{false};
   // Runs the callbacks of calls that end before anything is sent, which must not run on the
   // caller's thread.
   internal::CompletionPool early{1};
 
   // Ends a call that sent nothing: a promise at once, a callback on the early thread.
-  void endEarly(Sink sink, Error error) {
+  void endEarly(Sink sink, Error error, const internal::CallEvents& events) {
+    events.ended({}, error.kind, error.outcomeUnknown);
     if (!sink.runsHostCode) return sink.deliver(std::move(error));
     early.submit(
         [deliver = std::move(sink.deliver), error = std::move(error)]() { deliver(error); });
@@ -138,9 +145,11 @@ void Client::Impl::journalEnd(const Call& call, const Result<PaymentResponse>& r
 
 void Client::Impl::manage(Operation operation, const std::string& orderID, const std::string& ref,
                           const std::string* amount, std::stop_token stop, Sink sink) {
+  internal::CallEvents events(this->events, internal::operationName(operation), orderID, ref,
+                              baseURL);
   if (shutDown) {
     return endEarly(std::move(sink),
-                    makeError(ErrorKind::ShutDown, "the client has been shut down"));
+                    makeError(ErrorKind::ShutDown, "the client has been shut down"), events);
   }
   const Text money = amount ? Text(*amount) : Text();
   internal::ManagementMessage laidOut =
@@ -154,7 +163,8 @@ void Client::Impl::manage(Operation operation, const std::string& orderID, const
     return endEarly(std::move(sink), verdict != kSuccess
                                          ? makeError(ErrorKind::Input, verdict)
                                          : makeError(ErrorKind::Cancelled,
-                                                     "the call was cancelled before it was sent"));
+                                                     "the call was cancelled before it was sent"),
+                    events);
   }
 
   const std::string envelope = encryptTextWithEncKey(laidOut.message, key);
@@ -162,7 +172,8 @@ void Client::Impl::manage(Operation operation, const std::string& orderID, const
   if (envelope.empty()) {
     return endEarly(
         std::move(sink),
-        makeError(ErrorKind::Config, "the request could not be sealed with this merchant key"));
+        makeError(ErrorKind::Config, "the request could not be sealed with this merchant key"),
+        events);
   }
   // A promise is fulfilled on the transfer thread as soon as the answer is in, so that a future
   // never waits for a completion thread (which a host callback may be holding, perhaps while it
@@ -170,14 +181,20 @@ void Client::Impl::manage(Operation operation, const std::string& orderID, const
   internal::PostOptions options = internal::managementPostOptions(operation);
   options.completeOnTransferThread = !sink.runsHostCode;
   Result<std::int64_t> entry = journalBegin(operation, orderID, ref, money);
-  if (!entry) return endEarly(std::move(sink), entry.error());
-  auto call = std::make_shared<Call>(operation, std::move(sink), key);
+  if (!entry) return endEarly(std::move(sink), entry.error(), events);
+  auto call = std::make_shared<Call>(operation, std::move(sink), key, std::move(events));
   call->journalEntry = entry.value();
   const internal::RequestId id = transport->post(
       internal::formPostRequest(laidOut.url, internal::managementForm(operation, envelope, mid)),
       [self = shared_from_this(), call](const TransportReply& reply) {
+        call->events.transferred(reply);
         Result<PaymentResponse> result = self->read(*call, reply);
         self->journalEnd(*call, result);
+        if (result) {
+          call->events.ended(result.value().statusCode().value_or(""), std::nullopt, false);
+        } else {
+          call->events.ended({}, result.error().kind, result.error().outcomeUnknown);
+        }
         call->deliver(std::move(result));
       },
       options);
@@ -242,6 +259,7 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
     impl->baseURL = impl->ipg->CurrentDomainURL();
     impl->environment = options.environment == Environment::Test ? "test" : "production";
     impl->executor = std::move(options.callbackExecutor);
+    impl->events = internal::EventSink::create(std::move(options.eventHook));
     if (!options.journalPath.empty()) {
       Result<std::shared_ptr<Journal>> journal = Journal::open(options.journalPath);
       if (!journal) return journal.error();
@@ -420,6 +438,12 @@ void Client::Impl::reconcile(std::function<void(Result<std::vector<JournalEntry>
       entry.reconcileError = status.error().toString();
     }
     self->journal->reconciled(entry);
+    if (self->events) {
+      self->events->emitAbout(EventKind::Reconciled, std::string(journalOperationName(entry.operation)),
+                              entry.orderID, entry.transactionRefNumber, entry.baseURL,
+                              status ? status.value().statusCode().value_or("") : "",
+                              status ? std::nullopt : std::optional(status.error().kind));
+    }
     if (--round->left == 0) round->deliver(std::move(round->entries));
   };
   for (JournalEntry& entry : round->entries) {

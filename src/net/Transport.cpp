@@ -91,6 +91,7 @@ struct Transfer {
   bool tooLarge = false;
   bool requestSent = false;    // set once libcurl is about to send on a connection
   bool resendRefused = false;  // libcurl wanted to send an atMostOnce request a second time
+  std::chrono::steady_clock::time_point startedAt;  // handed to the multi handle
   char errorBuffer[CURL_ERROR_SIZE] = {};
   EasyHandle easy;
 };
@@ -424,6 +425,7 @@ class TransferRunner {
     if (state_->share) set(CURLOPT_SHARE, state_->share.get());
     if (rc != CURLE_OK) return fail(curl_easy_strerror(rc));
 
+    transfer->startedAt = std::chrono::steady_clock::now();
     if (curl_multi_add_handle(state_->multi.get(), easy) != CURLM_OK) {
       return fail("cannot start the transfer");
     }
@@ -513,9 +515,28 @@ class TransferRunner {
     }
   }
 
+  // The transfer's timings and sizes, from what libcurl measured.
+  static void measure(Transfer& transfer, TransportReply& reply) {
+    CURL* easy = transfer.easy.get();
+    curl_off_t sent = 0, answered = 0, up = 0, down = 0;
+    curl_easy_getinfo(easy, CURLINFO_PRETRANSFER_TIME_T, &sent);
+    curl_easy_getinfo(easy, CURLINFO_STARTTRANSFER_TIME_T, &answered);
+    curl_easy_getinfo(easy, CURLINFO_SIZE_UPLOAD_T, &up);
+    curl_easy_getinfo(easy, CURLINFO_SIZE_DOWNLOAD_T, &down);
+    if (transfer.requestSent) {
+      reply.sentAt = transfer.startedAt + std::chrono::microseconds(sent);
+    }
+    if (reply.httpStatus != 0) {
+      reply.answeredAt = transfer.startedAt + std::chrono::microseconds(answered);
+    }
+    reply.bytesSent = up > 0 ? static_cast<std::uint64_t>(up) : 0;
+    reply.bytesReceived = down > 0 ? static_cast<std::uint64_t>(down) : 0;
+  }
+
   void finish(Transfer& transfer, CURLcode code) {
     TransportReply reply;
     curl_easy_getinfo(transfer.easy.get(), CURLINFO_RESPONSE_CODE, &reply.httpStatus);
+    measure(transfer, reply);
     if (transfer.tooLarge) {
       reply.error = TransportError{TransportError::kOwnReason, "answer larger than 1 MiB", true};
     } else if (transfer.resendRefused) {

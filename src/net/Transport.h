@@ -8,6 +8,7 @@
 // completion.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -28,6 +29,11 @@ struct TransportReply {
   Text answer;  // absent on error or when the answer is not valid UTF-8
   std::optional<TransportError> error;
   long httpStatus = 0;  // the answer's HTTP status; 0 when no answer arrived
+  // When the request's first byte left and the answer's first byte came, as the transfer
+  // measured them; absent for what did not happen. The bodies' sizes, sent and received.
+  std::optional<std::chrono::steady_clock::time_point> sentAt, answeredAt;
+  std::uint64_t bytesSent = 0;
+  std::uint64_t bytesReceived = 0;
 };
 
 using Completion = std::function<void(const TransportReply&)>;

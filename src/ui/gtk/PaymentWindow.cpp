@@ -330,6 +330,7 @@ void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> de
                                 self, internal::mainLoopTimerScheduler());
   controller_ = std::move(started.controller);
   delegate_ = std::move(started.delegate);
+  options_.onPageLoad = std::move(started.onPageLoad);
   keepAlive_ = self;
 }
 

@@ -389,6 +389,7 @@ void QtPaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> 
                                 self, internal::qtTimerScheduler());
   controller_ = std::move(started.controller);
   delegate_ = std::move(started.delegate);
+  options_.onPageLoad = std::move(started.onPageLoad);
   keepAlive_ = self;
 }
 

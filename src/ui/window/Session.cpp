@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "common/Url.h"
+#include "net/Events.h"
 #include "qipg/Journal.h"
 
 namespace qipg::internal {
@@ -89,6 +90,50 @@ class JournalingDelegate final : public IPGPaymentControllerDelegate {
   std::int64_t entry_;
 };
 
+// Tells the window's events how the payment ended, then passes each message on.
+class EventingDelegate final : public IPGPaymentControllerDelegate {
+ public:
+  EventingDelegate(std::shared_ptr<IPGPaymentControllerDelegate> inner,
+                   std::shared_ptr<const CallEvents> events)
+      : inner_(std::move(inner)), events_(std::move(events)) {}
+
+  void didTransactionComplete(const PaymentResponse& response) override {
+    Event read = events_->event(EventKind::FinalPageRead);
+    read.statusCode = response.statusCode().value_or("");
+    read.transactionRefNumber = response.transactionReferenceNo().value_or("");
+    if (response.orderID()) read.orderID = *response.orderID();
+    if (needsReconciliation(false, response)) {
+      read.error = ErrorKind::Unreadable;
+      read.outcomeUnknown = true;
+    }
+    events_->emit(std::move(read));
+    if (inner_) inner_->didTransactionComplete(response);
+  }
+  void didTransactionCancelledByUser() override {
+    Event read = events_->event(EventKind::FinalPageRead);
+    read.error = ErrorKind::Cancelled;
+    read.outcomeUnknown = true;
+    events_->emit(std::move(read));
+    if (inner_) inner_->didTransactionCancelledByUser();
+  }
+
+ private:
+  std::shared_ptr<IPGPaymentControllerDelegate> inner_;
+  std::shared_ptr<const CallEvents> events_;
+};
+
+// The events of a window's payment, started (WindowOpened); nothing without a client's hook.
+std::shared_ptr<const CallEvents> windowEvents(const PaymentWindowOptions& options) {
+  if (!options.client) return std::make_shared<const CallEvents>();
+  std::string orderID = options.reconcile ? options.reconcile->orderID
+                        : options.journal ? options.journal->orderID
+                                          : std::string();
+  return std::make_shared<const CallEvents>(EventSink::create(options.client->eventHook()),
+                                            "payment", std::move(orderID), std::string(),
+                                            options.client->CurrentDomainURL(),
+                                            EventKind::WindowOpened);
+}
+
 // The payment's journal entry, written before its page loads.
 struct JournalEntryWritten {
   std::shared_ptr<Journal> journal;
@@ -151,7 +196,26 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   started.controller =
       WebviewController::create(options.client ? options.client->config() : options.gateway);
   started.controller->setRequest(request);
-  PaymentWindowOptions journaled = options;
+  started.onPageLoad = options.onPageLoad;
+  PaymentWindowOptions wired = options;
+  std::shared_ptr<const CallEvents> events = windowEvents(options);
+  if (*events) {
+    started.onPageLoad = [events, chained = std::move(started.onPageLoad)](
+                             PageLoadEvent event, const std::string& uri) {
+      if (event == PageLoadEvent::Finished) events->emit(events->event(EventKind::PageLoaded));
+      if (chained) chained(event, uri);
+    };
+    if (wired.reconcile) {
+      wired.reconcile->onStatus = [events, chained = std::move(wired.reconcile->onStatus)](
+                                      const PaymentResponse& status) {
+        Event reconciled = events->event(EventKind::Reconciled);
+        reconciled.statusCode = status.statusCode().value_or("");
+        reconciled.transactionRefNumber = status.transactionReferenceNo().value_or("");
+        events->emit(std::move(reconciled));
+        if (chained) chained(status);
+      };
+    }
+  }
   std::optional<JournalEntryWritten> written;
   if (options.journal) {
     written = writeJournalEntry(options);
@@ -164,10 +228,10 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
       started.delegate = host;
       return started;
     }
-    if (journaled.reconcile) {
-      journaled.reconcile->onStatus =
+    if (wired.reconcile) {
+      wired.reconcile->onStatus =
           [journal = written->journal, entry = written->entry,
-           chained = std::move(journaled.reconcile->onStatus)](const PaymentResponse& status) mutable {
+           chained = std::move(wired.reconcile->onStatus)](const PaymentResponse& status) mutable {
             entry.status = status;
             entry.state = reconciledState(entry.operation, status).value_or(JournalState::Unknown);
             journal->reconciled(entry);
@@ -175,11 +239,12 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
           };
     }
   }
-  started.delegate = windowDelegate(std::move(host), journaled, std::move(post));
+  started.delegate = windowDelegate(std::move(host), wired, std::move(post));
   if (written) {
     started.delegate = std::make_shared<JournalingDelegate>(started.delegate, written->journal,
                                                             written->entry.id);
   }
+  if (*events) started.delegate = std::make_shared<EventingDelegate>(started.delegate, events);
   WebviewController& controller = *started.controller;
   controller.setDelegate(started.delegate);
   controller.setIpgWebView(window);

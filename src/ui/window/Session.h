@@ -31,11 +31,16 @@ struct WindowPorts : WebViewPort, BarViewPort, LabelPort, PresenterPort {};
 struct WindowController {
   std::shared_ptr<WebviewController> controller;
   std::shared_ptr<IPGPaymentControllerDelegate> delegate;
+  // What the window calls at each page load: the options' onPageLoad, after the client's
+  // events have heard of it.
+  std::function<void(PageLoadEvent event, const std::string& uri)> onPageLoad;
 };
 
 // The controller of `window`, wired and loaded: its final page under the client's base URLs
 // (else `options.gateway`'s), its request set, `window` as every port, `timers` as its
-// timers and windowDelegate(host, options, post) as its delegate.
+// timers and windowDelegate(host, options, post) as its delegate. With a client whose event hook
+// is set, the window's events (opened, each page loaded, the final page read, reconciled) go
+// to that hook.
 WindowController startController(const PaymentWindowOptions& options, const URLRequest& request,
                                  std::shared_ptr<IPGPaymentControllerDelegate> host,
                                  PostToWindowThread post,

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <random>
 
 #include "Sandbox.h"
 #include "qipg/CommonUtilities.h"
@@ -56,6 +57,32 @@ class Answers {
   std::vector<qipg::PaymentResponse> responses_;
   std::vector<std::string> inputErrors_;
 };
+
+// Secrets a test can search for afterwards: nothing else holds them by chance.
+inline std::string randomDigits(std::mt19937_64& random, std::size_t count) {
+  std::string digits;
+  for (std::size_t i = 0; i < count; ++i) digits += static_cast<char>('0' + random() % 10);
+  return digits;
+}
+
+// A card number that passes the Luhn check.
+inline std::string randomCardNumber(std::mt19937_64& random) {
+  std::string number = "4" + randomDigits(random, 14);
+  int sum = 0;
+  for (std::size_t i = 0; i < number.size(); ++i) {
+    int digit = number[number.size() - 1 - i] - '0';
+    if (i % 2 == 0) digit = digit * 2 > 9 ? digit * 2 - 9 : digit * 2;
+    sum += digit;
+  }
+  return number + static_cast<char>('0' + (10 - sum % 10) % 10);
+}
+
+inline std::string randomKey(std::mt19937_64& random) {
+  static const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  std::string key;
+  for (int i = 0; i < 32; ++i) key += kAlphabet[random() % 62];
+  return key;
+}
 
 // The record of an answer that could not be used.
 inline qipg::PaymentResponse failedRecord() {

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -317,6 +318,20 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
     SCOPED_TRACE(c.name);
     Flow flow(*gateway, false, "", {});
     flow.reconcile();
+    // The window's steps reach the client's hook, its reconciliation's status call among them.
+    auto seen = std::make_shared<std::pair<std::mutex, std::vector<qipg::Event>>>();
+    flow.client->setEventHook([seen](const qipg::Event& event) {
+      std::lock_guard lock(seen->first);
+      seen->second.push_back(event);
+    });
+    auto windowSteps = [&] {
+      std::lock_guard lock(seen->first);
+      std::vector<std::string> steps;
+      for (const qipg::Event& event : seen->second) {
+        if (event.operation == "payment") steps.emplace_back(qipg::eventKindName(event.kind));
+      }
+      return steps;
+    };
     flow.open();
     ASSERT_TRUE(
         spinUntil([&] { return flow.saw(PageLoadEvent::Finished, page("doMEPayRequest")); }));
@@ -338,6 +353,16 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
     EXPECT_EQ(flow.statuses[0].orderID(), Text(flow.order))
         << flow.statuses[0].statusDescription().value_or("");
     EXPECT_EQ(flow.statuses[0].statusCode(), Text(c.status));
+    ASSERT_TRUE(spinUntil([&] {  // the hook hears it on its own thread
+      const std::vector<std::string> steps = windowSteps();
+      return !steps.empty() && steps.back() == "reconciled";
+    }));
+    const std::vector<std::string> steps = windowSteps();
+    EXPECT_EQ(steps.front(), "window-opened");
+    EXPECT_EQ(std::vector(steps.end() - 2, steps.end()),
+              (std::vector<std::string>{"final-page-read", "reconciled"}));
+    EXPECT_EQ(std::count(steps.begin(), steps.end(), "page-loaded"),
+              static_cast<long>(steps.size()) - 3);
   }
 }
 
