@@ -1,8 +1,27 @@
 #include "Output.h"
 
+#include <iostream>
+#include <mutex>
+
 #include "common/RecordFields.h"
 
 namespace ipg {
+namespace {
+bool verbose = false;
+}  // namespace
+
+void setVerbose(bool on) { verbose = on; }
+
+qipg::EventHook verboseHook() {
+  if (!verbose) return {};
+  return [](const qipg::Event& event) {
+    static std::mutex oneLineAtATime;
+    const std::string line = "* " + qipg::formatEvent(event) + "\n";
+    std::lock_guard lock(oneLineAtATime);
+    std::cerr << line << std::flush;
+  };
+}
+
 ErrorReport errorReport(const qipg::Error& error) {
   return {std::string(qipg::errorKindName(error.kind)), error.message, error.outcomeUnknown,
           error.httpStatus};

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "qipg/Error.h"
+#include "qipg/Events.h"
 #include "qipg/PaymentResponse.h"
 
 namespace ipg {
@@ -38,5 +39,10 @@ void printRecord(std::ostream& out, const qipg::PaymentResponse& response, bool 
 // "ipg COMMAND: KIND: MESSAGE" on `err`, or with `json` {"error": errorJson(error)} on `out`.
 void printError(std::ostream& out, std::ostream& err, const std::string& command,
                 const ErrorReport& error, bool json);
+
+// -v/--verbose: the library's events on standard error, one line each ("* event=..."). The
+// hook is empty (events off) until setVerbose(true).
+void setVerbose(bool on);
+qipg::EventHook verboseHook();
 
 }  // namespace ipg

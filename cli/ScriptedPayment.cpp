@@ -152,7 +152,7 @@ CardDetails::~CardDetails() {
 
 ScriptedOutcome payWithoutWindow(const qipg::URLRequest& request, const CardDetails* card,
                                  const std::string& finalPageURL, const std::string& caFile,
-                                 long timeoutSeconds) {
+                                 long timeoutSeconds, const std::function<void()>& pageLoaded) {
   ScriptedOutcome outcome;
   auto fail = [&outcome](qipg::ErrorKind kind, std::string error) {
     outcome.kind = kind;
@@ -172,6 +172,7 @@ ScriptedOutcome payWithoutWindow(const qipg::URLRequest& request, const CardDeta
   headers.push_back("Expect:");
   std::optional<Page> page = browser.post(*request.url, request.bodyText(), headers, outcome);
   for (int step = 0; page && step < kMostPages; ++step) {
+    if (pageLoaded) pageLoaded();
     if (page->url == finalPageURL) {
       const qipg::Text result = qipg::WebviewController::extractResponseFromHtmlString(page->html);
       const qipg::PaymentResponse record =

@@ -4,6 +4,7 @@
 // extraction and parsing. For test gateways on this machine only (a merchant's CI).
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -38,9 +39,10 @@ struct ScriptedOutcome {
 // with each page's address as a whole text), and reads its record. No record when the gateway
 // is not on a loopback host, a page cannot be fetched within `timeoutSeconds`, a page has no
 // form to submit, or the card form needs a card and `card` is null. TLS verification stays
-// on, with `caFile` when set.
+// on, with `caFile` when set. `pageLoaded` (when set) hears of every page fetched.
 ScriptedOutcome payWithoutWindow(const qipg::URLRequest& request, const CardDetails* card,
                                  const std::string& finalPageURL, const std::string& caFile,
-                                 long timeoutSeconds);
+                                 long timeoutSeconds,
+                                 const std::function<void()>& pageLoaded = {});
 
 }  // namespace ipg

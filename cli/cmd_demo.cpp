@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "Command.h"
+#include "Output.h"
 #include "Toolkit.h"
 #include "common/Url.h"
 #include "qipg/Client.h"
@@ -204,6 +205,7 @@ class Tour {
     config.caFile = sandbox_->caFile();
     client_ = qipg::QuandrelIPG::create(qipg::IPGEnvironmentTest, config);
     if (!client_) return false;
+    client_->setEventHook(verboseHook());
     const std::string message = "QIPGTEST0001|DEMO|1.00|INR|-|S|-|-|-|U|-|-|-|-|-|-|-|-|-|-";
     const std::string sealed = qipg::encryptTextWithEncKey(message, std::string(key()));
     const qipg::Text opened = qipg::decryptTextWithDecryptionKey(sealed, std::string(key()));
@@ -401,6 +403,7 @@ class Tour {
     options.gateway = client_->config();
     options.merchantID = mid();
     options.encryptionKey = merchantKey;
+    options.eventHook = verboseHook();
     qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
     if (!made) std::cout << "   " << made.error().message << "\n";
     return made ? made.value() : nullptr;

@@ -202,6 +202,7 @@ qipg::Result<std::shared_ptr<qipg::Client>> makeClient(const GatewayOptions& o,
   options.merchantID = credentials.mid.value_or("");
   options.encryptionKey = credentials.key.value_or("");
   options.journalPath = journal;
+  options.eventHook = verboseHook();
   qipg::Result<std::shared_ptr<qipg::Client>> made = qipg::Client::create(options);
   wipe(options.encryptionKey);
   return made;

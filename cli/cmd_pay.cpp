@@ -2,6 +2,7 @@
 // against a sandbox on this machine), or just the request the library builds for it.
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <future>
@@ -157,6 +158,7 @@ std::optional<qipg::URLRequest> buildRequest(const PayOptions& o, const Gateway&
                kExitFailed};
     return std::nullopt;
   }
+  client->setEventHook(verboseHook());
   const std::uint64_t type = o.type == "sale" ? 1 : 0;  // S captures, P only authorises
   const auto& a = o.additional;
   auto recorder = std::make_shared<FailureRecorder>();
@@ -399,14 +401,60 @@ int openPaymentWindow(const qipg::URLRequest& request,
   return report(o, std::move(end));
 }
 
+// The events of a payment without a window, as a window reports its own: opened, each page
+// loaded, the final page read. Reported at once, on this thread.
+class ScriptedEvents {
+ public:
+  ScriptedEvents(qipg::EventHook hook, const std::string& orderID, const std::string& baseURL)
+      : hook_(std::move(hook)) {
+    base_.callID = 1;
+    base_.operation = "payment";
+    base_.orderID = orderID;
+    base_.baseURL = baseURL;
+    emit(qipg::EventKind::WindowOpened);
+  }
+  void emit(qipg::EventKind kind) { report(event(kind)); }
+  void ended(const ScriptedOutcome& outcome) {
+    qipg::Event read = event(qipg::EventKind::FinalPageRead);
+    if (outcome.record) {
+      read.statusCode = outcome.record->statusCode().value_or("");
+      read.transactionRefNumber = outcome.record->transactionReferenceNo().value_or("");
+    } else {
+      read.error = outcome.kind;
+      read.outcomeUnknown = outcome.unclear;
+      read.httpStatus = outcome.httpStatus.value_or(0);
+    }
+    report(read);
+  }
+
+ private:
+  qipg::Event event(qipg::EventKind kind) const {
+    qipg::Event made = base_;
+    made.kind = kind;
+    made.elapsed = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - started_);
+    return made;
+  }
+  void report(const qipg::Event& event) const {
+    if (hook_) hook_(event);
+  }
+
+  qipg::EventHook hook_;
+  qipg::Event base_;
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+};
+
 // Completes the payment without a window; a payment whose final page was not read is
 // confirmed with the gateway's status, as the window confirms an unclear one.
 int payScripted(const qipg::URLRequest& request, const CardDetails* card,
                 const std::shared_ptr<qipg::QuandrelIPG>& client, const PayOptions& o,
                 const MerchantCredentials& credentials, PaymentEntry& entry) {
-  ScriptedOutcome outcome =
-      payWithoutWindow(request, card, qipg::internal::returnURL(client->CurrentDomainURL()),
-                       client->config().caFile, o.timeoutSeconds);
+  ScriptedEvents events(client->eventHook(), o.order, client->CurrentDomainURL());
+  ScriptedOutcome outcome = payWithoutWindow(
+      request, card, qipg::internal::returnURL(client->CurrentDomainURL()),
+      client->config().caFile, o.timeoutSeconds,
+      [&events] { events.emit(qipg::EventKind::PageLoaded); });
+  events.ended(outcome);
   PayEnd end;
   end.record = std::move(outcome.record);
   if (!end.record) {

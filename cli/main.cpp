@@ -3,6 +3,7 @@
 
 #include "Command.h"
 #include "Credentials.h"
+#include "Output.h"
 #include "qipg/Version.h"
 
 namespace ipg {
@@ -23,6 +24,11 @@ int main(int argc, char** argv) {
       "ipg");
   app.set_version_flag("--version", "ipg " QIPG_VERSION_STRING);
   app.require_subcommand(1);
+  bool verbose = false;
+  app.add_flag("-v,--verbose", verbose,
+               "print each step of the library's calls and payment windows on standard error,\n"
+               "one line each with timings (never a card number, CVV, key or message)");
+  app.fallthrough();  // also after the command: ipg status -v ...
   std::vector<ipg::Command> commands = ipg::addManagementCommands(app);
   commands.push_back(ipg::addPayCommand(app));
   commands.push_back(ipg::addSandboxCommand(app));
@@ -41,6 +47,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& e) {
     return app.exit(e) == 0 ? ipg::kExitOk : ipg::kExitUsage;
   }
+  ipg::setVerbose(verbose);
   for (const ipg::Command& command : commands) {
     if (command.app->parsed()) return command.run();
   }

@@ -12,6 +12,9 @@
 #include <cstdio>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <random>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -321,6 +324,59 @@ TEST_F(CliTest, CardDataAndKeysStayOutOfTheProcessList) {
   for (auto& payment : payments) {
     EXPECT_NE(payment->line().find("\"statusCode\":\"S\""), std::string::npos);
     EXPECT_EQ(payment->wait(), 0);
+  }
+}
+
+// -v prints each step as "* event=... key=value...", with known keys only (so no message,
+// envelope or card field can ride along), for payments with and without a card form and for
+// management calls, and never a card number or key.
+TEST_F(CliTest, VerboseShowsEveryStepAndNeverASecret) {
+  startSandbox();
+  std::mt19937_64 random(std::random_device{}());
+  const std::string card = randomCardNumber(random);
+  for (const auto& [name, value] : {std::pair<const char*, std::string>{"QIPG_CARD_NUMBER", card},
+                                    {"QIPG_CARD_EXPIRY", "1239"},
+                                    {"QIPG_CARD_CVV", randomDigits(random, 3)},
+                                    {"QIPG_CARD_HOLDER", "Jane Doe"}}) {
+    env_.push_back(std::make_unique<ScopedEnv>(name, value));
+  }
+  std::string err;
+  const ProcessRun paid = ipg({"-v", "pay", "--standard", "--order", "V1", "--amount", "4.00",
+                               "--test-card", "approve", "--no-window", "--json"});
+  ASSERT_EQ(paid.exitCode, 0) << paid.err;
+  const std::string ref =
+      nlohmann::json::parse(paid.out, nullptr, false).value("transactionReferenceNo", "");
+  err += paid.err;
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{"-v", "pay", "--card", "--order", "V2", "--amount", "2.00",
+                                 "--no-window"},
+        {"-v", "refund", "--order", "V1", "--ref", ref, "--amount", "1.00"},
+        {"status", "--order", "V1", "--verbose"}}) {
+    const ProcessRun run = ipg(args);
+    EXPECT_EQ(run.exitCode, 0) << args[1] << run.err;
+    err += run.err;
+  }
+  const std::string key = randomKey(random);
+  env_.push_back(std::make_unique<ScopedEnv>("QIPG_KEY", key));
+  const ProcessRun wrongKey = ipg({"-v", "cancel", "--order", "V1", "--ref", ref});
+  EXPECT_NE(wrongKey.exitCode, 0);
+  err += wrongKey.err;
+
+  const std::regex line(R"(\* event=([a-z-]+)( (call|operation|order|ref|base|elapsedUs|bytes|)"
+                        R"(http|status|error|outcomeUnknown)=("[^"]*"|[^ "]+))*)");
+  std::set<std::string> kinds;
+  std::istringstream lines(err);
+  for (std::string text; std::getline(lines, text);) {
+    std::smatch match;
+    if (text.rfind("* ", 0) != 0) continue;
+    EXPECT_TRUE(std::regex_match(text, match, line)) << text;
+    if (!match.empty()) kinds.insert(match[1]);
+  }
+  EXPECT_EQ(kinds, (std::set<std::string>{"window-opened", "page-loaded", "final-page-read",
+                                          "call-started", "request-sent", "answer-received",
+                                          "call-ended"}));
+  for (const std::string& secret : {card, kKey, key}) {
+    EXPECT_EQ(err.find(secret), std::string::npos) << secret;
   }
 }
 
