@@ -1,5 +1,5 @@
 // Status, cancel and refund against the sandbox gateway: real transactions made through its
-// payment pages, answers that cannot be used, and many calls at once on one client.
+// payment pages, and answers that cannot be used.
 #include <chrono>
 #include <functional>
 #include <thread>
@@ -137,35 +137,6 @@ TEST_F(ManagementTest, UnusableAnswersGiveOneFailedRecord) {
       sandbox().clearFaults();
     }
   }
-}
-
-TEST_F(ManagementTest, ManyCallsFromManyThreadsOnOneClient) {
-  constexpr int kThreads = 8, kCallsPerThread = 25;
-  const PaymentResponse sale = pay("MANY1", "5.00", 1);
-  ASSERT_EQ(sale.statusCode(), Text("S"));
-  auto ipg = client();
-  std::vector<Answers> answers(kThreads * kCallsPerThread);
-  std::vector<std::thread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < kCallsPerThread; ++i) {
-        // Every other call asks about an order the gateway does not know: answers must not cross.
-        const std::string order = i % 2 == 0 ? "MANY1" : "UNKNOWN" + std::to_string(t);
-        ipg->getTransactionStatus(order, "", kMID, kKey,
-                                  answers[t * kCallsPerThread + i].delegate());
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (std::size_t n = 0; n < answers.size(); ++n) {
-    const PaymentResponse record = answers[n].waitFor(1).front();
-    const bool known = n % kCallsPerThread % 2 == 0;
-    EXPECT_EQ(record.statusCode(), Text(known ? "S" : "F"));
-    EXPECT_EQ(record.transactionReferenceNo(), known ? sale.transactionReferenceNo() : Text(""));
-  }
-  ipg.reset();
-  for (Answers& each : answers) EXPECT_EQ(each.responseCount(), 1u);
-  EXPECT_EQ(managementRequests(), kThreads * kCallsPerThread);
 }
 
 TEST_F(ManagementTest, ClientReleasedWhileItsCallIsUnderWay) {
