@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <string>
 
 #include "qipg/StringEncryption.h"
+#include "security/Wipe.h"
 
 namespace qipg {
 namespace {
@@ -94,6 +96,19 @@ TEST(StringEncryption, Digests) {
   EXPECT_EQ(aes.md5(""), "d41d8cd98f00b204e9800998ecf8427e");
   EXPECT_EQ(aes.md5(std::string("abc\0x", 5)), "900150983cd24fb0d6963f7d28e17f72");
   EXPECT_EQ(aes.md5(std::nullopt), std::nullopt);
+}
+
+// A wiped secret leaves no byte of itself in the buffer it keeps, also past its length.
+TEST(Wipe, OverwritesTheWholeBufferItKeeps) {
+  std::string secret(40, 'k');
+  secret.reserve(100);
+  secret.resize(20);
+  const char* buffer = secret.data();
+  const std::size_t capacity = secret.capacity();
+  internal::wipe(secret);
+  EXPECT_TRUE(secret.empty());
+  ASSERT_EQ(secret.data(), buffer);
+  EXPECT_EQ(std::count(buffer, buffer + capacity, 'k'), 0);
 }
 
 }  // namespace
