@@ -72,10 +72,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string line = qipg::formatEvent(event);
   for (const char c : line) qipg_fuzz::expect(c >= ' ' && c < 0x7f);
   std::map<std::string, std::string> fields = readFields(line);
-  const std::pair<const char*, const std::string*> texts[] = {
-      {"operation", &event.operation}, {"order", &event.orderID},
-      {"ref", &event.transactionRefNumber}, {"status", &event.statusCode},
-      {"base", &event.baseURL}};
+  const std::pair<const char*, const std::string*> texts[] = {{"operation", &event.operation},
+                                                              {"order", &event.orderID},
+                                                              {"ref", &event.transactionRefNumber},
+                                                              {"status", &event.statusCode},
+                                                              {"base", &event.baseURL}};
   for (const auto& [key, value] : texts) {
     qipg_fuzz::expect(value->empty() ? fields.count(key) == 0 : fields[key] == *value);
   }

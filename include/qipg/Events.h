@@ -42,8 +42,8 @@ struct QIPG_EXPORT Event {
   std::uint64_t callID = 0;
   std::string operation;  ///< "status", "cancel", "refund" or "payment"
   std::string orderID;
-  std::string transactionRefNumber;  ///< as given, or as the answer's record has it
-  std::string baseURL;               ///< the gateway's canonical base URL
+  std::string transactionRefNumber;      ///< as given, or as the answer's record has it
+  std::string baseURL;                   ///< the gateway's canonical base URL
   std::chrono::microseconds elapsed{0};  ///< since CallStarted or WindowOpened
   std::uint64_t bytes = 0;               ///< RequestSent, AnswerReceived
   long httpStatus = 0;                   ///< AnswerReceived; 0 when there was none

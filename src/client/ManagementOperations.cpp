@@ -47,10 +47,6 @@ class FunctionDelegate final : public IPGResponseDelegate {
   std::function<void(const std::string&)> requestFailed_;
 };
 
-// Seals the message with `key` as the caller gave it, posts the form through the client's
-// `transport` as sendPostRequestWithURL does, and has the answer, opened with the same key,
-// parsed and handed to `delegate`. The completion keeps the client, the key and the delegate
-// alive until it has run.
 // The end of a call as qipg::Client would report it, for its events.
 void reportEnd(const internal::CallEvents& events, Operation operation,
                const internal::TransportReply& reply, const Text& plain,
@@ -65,10 +61,14 @@ void reportEnd(const internal::CallEvents& events, Operation operation,
   } else if (!plain || plain->empty()) {
     error = internal::withOutcome(internal::makeError(ErrorKind::Unreadable, {}), operation, true);
   }
-  events.ended(response.statusCode().value_or(""), error ? std::optional(error->kind) : std::nullopt,
-               error && error->outcomeUnknown);
+  events.ended(response.statusCode().value_or(""),
+               error ? std::optional(error->kind) : std::nullopt, error && error->outcomeUnknown);
 }
 
+// Seals the message with `key` as the caller gave it, posts the form through the client's
+// `transport` as sendPostRequestWithURL does, and has the answer, opened with the same key,
+// parsed and handed to `delegate`. The completion keeps the client, the key and the delegate
+// alive until it has run.
 void postSealed(const std::shared_ptr<QuandrelIPG>& client, internal::Transport& transport,
                 const CommonUtilities* parsers, Operation operation,
                 internal::ManagementMessage call, const Text& key,

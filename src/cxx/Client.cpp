@@ -439,10 +439,11 @@ void Client::Impl::reconcile(std::function<void(Result<std::vector<JournalEntry>
     }
     self->journal->reconciled(entry);
     if (self->events) {
-      self->events->emitAbout(EventKind::Reconciled, std::string(journalOperationName(entry.operation)),
-                              entry.orderID, entry.transactionRefNumber, entry.baseURL,
-                              status ? status.value().statusCode().value_or("") : "",
-                              status ? std::nullopt : std::optional(status.error().kind));
+      self->events->emitAbout(
+          EventKind::Reconciled, std::string(journalOperationName(entry.operation)),
+          entry.orderID, entry.transactionRefNumber, entry.baseURL,
+          status ? status.value().statusCode().value_or("") : "",
+          status ? std::nullopt : std::optional(status.error().kind));
     }
     if (--round->left == 0) round->deliver(std::move(round->entries));
   };

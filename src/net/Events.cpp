@@ -60,9 +60,8 @@ const char* operationName(Operation operation) {
   return "status";
 }
 
-CallEvents::CallEvents(std::shared_ptr<EventSink> sink, std::string operation,
-                       std::string orderID, std::string transactionRefNumber,
-                       std::string baseURL, EventKind first)
+CallEvents::CallEvents(std::shared_ptr<EventSink> sink, std::string operation, std::string orderID,
+                       std::string transactionRefNumber, std::string baseURL, EventKind first)
     : sink_(std::move(sink)), started_(std::chrono::steady_clock::now()) {
   if (!sink_) return;
   base_.callID = sink_->newCall();

@@ -113,8 +113,8 @@ TEST_F(EventsTest, EveryCallsStepsReachASlowThrowingHookAndNoSecretDoes) {
   ipg->cancelTransaction("", ref, kMID, kKey, answers.delegate());
   answers.waitFor(2);
   ASSERT_TRUE(ipg->getCardCapturePaymentRequest("EV3", "2.00", "INR", "e2e", 1, "Jane Doe", card,
-                                                "1239", cvv, 0, "", "", "", "", "", "", "", "",
-                                                "", "", kMID, kKey, nullptr));
+                                                "1239", cvv, 0, "", "", "", "", "", "", "", "", "",
+                                                "", kMID, kKey, nullptr));
   calls += 3;
 
   const std::vector<Event> events = log.untilEnded(calls);
