@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include "e2e/client/E2eSupport.h"
 
@@ -236,6 +237,12 @@ TEST_F(ClientLayerTest, TheJournalTellsEveryRefundsEnd) {
                                .baseURL = "https://gw.example/ipg/"};
   ASSERT_TRUE(journal->begin(elsewhere));
 
+  std::promise<qipg::Event> reconciledEvent;  // the settled refund's, told to the hook
+  withJournal.eventHook = [&reconciledEvent](const qipg::Event& event) {
+    if (event.kind == qipg::EventKind::Reconciled && event.statusCode == "R") {
+      reconciledEvent.set_value(event);
+    }
+  };
   auto client = make(withJournal);
   ASSERT_EQ(client->unresolved().value().size(), 2u);
   std::promise<Result<std::vector<qipg::JournalEntry>>> reconciled;
@@ -252,6 +259,9 @@ TEST_F(ClientLayerTest, TheJournalTellsEveryRefundsEnd) {
   EXPECT_EQ(entries[0].status->statusCode(), Text("R"));
   EXPECT_EQ(entries[1].state, qipg::JournalState::Open);
   EXPECT_NE(entries[1].reconcileError.find("https://gw.example/ipg/"), std::string::npos);
+  const qipg::Event event = reconciledEvent.get_future().get();
+  EXPECT_EQ(std::tie(event.operation, event.orderID, event.transactionRefNumber),
+            std::tie("refund", "J1", ref));
 
   const auto all = journal->entries().value();
   ASSERT_EQ(all.size(), 3u);
