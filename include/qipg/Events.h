@@ -41,7 +41,7 @@ struct QIPG_EXPORT Event {
   /// never the same for two calls of a process.
   std::uint64_t callID = 0;
   std::string operation;  ///< "status", "cancel", "refund" or "payment"
-  std::string orderID;
+  std::string orderID;                   ///< the merchant's order ID of the call or window
   std::string transactionRefNumber;      ///< as given, or as the answer's record has it
   std::string baseURL;                   ///< the gateway's canonical base URL
   std::chrono::microseconds elapsed{0};  ///< since CallStarted or WindowOpened
