@@ -6,7 +6,9 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <random>
@@ -36,11 +38,17 @@ class Answers {
           inputErrors_.push_back(message);
         });
   }
-  // Blocks until `count` records have arrived; returns all so far.
+  // Waits until `count` records have arrived, two minutes at the most (a call that never ends
+  // fails the test instead of hanging it); returns them, padded with empty records.
   std::vector<qipg::PaymentResponse> waitFor(std::size_t count) {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return responses_.size() >= count; });
-    return responses_;
+    if (!changed_.wait_for(lock, std::chrono::minutes(2),
+                           [&] { return responses_.size() >= count; })) {
+      ADD_FAILURE() << "only " << responses_.size() << " of " << count << " answers came";
+    }
+    std::vector<qipg::PaymentResponse> got = responses_;
+    got.resize(std::max(got.size(), count));
+    return got;
   }
   std::size_t responseCount() {
     std::lock_guard lock(mutex_);
