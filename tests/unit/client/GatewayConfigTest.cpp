@@ -97,6 +97,7 @@ TEST(GatewayConfigProblem, BaseURLRules) {
       {"http://[::1]:8080/ipg/", std::nullopt, "http://[::1]:8080/ipg/"},
       {"http://ipg.example/ipg/", https + "http://ipg.example/ipg/"},
       {"http://127.0.0.1.evil.com/", https + "http://127.0.0.1.evil.com/"},
+      {"http://localhost.evil.com/", https + "http://localhost.evil.com/"},
       {"http://128.0.0.1/", https + "http://128.0.0.1/"},
       {"http://[::2]/", https + "http://[::2]/"},
       {"ftp://127.0.0.1/ipg/", https + "ftp://127.0.0.1/ipg/"},
