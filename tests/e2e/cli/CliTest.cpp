@@ -593,21 +593,28 @@ TEST_F(CliTest, TheJournalKeepsWhatAKillInterrupted) {
   killed({"pay", "--standard", "--order", "K2", "--amount", "5.00", "--test-card", "approve",
           "--no-window"},
          "invoice", "delay=3000", [&] { return holdsOne("invoice", "delay=3000"); });
-  // A window with the card form shown, killed before the customer pays (where there is a
-  // window toolkit and a display for it).
+  // A window of each toolkit this build has, with the card form shown, killed before the
+  // customer pays (K3, K4...).
   const char* sourceDir = std::getenv("QIPG_TEST_WINDOW_SOURCE_DIR");
-  if (sourceDir != nullptr) {
+  const char* toolkitNames = std::getenv("QIPG_TEST_WINDOW_TOOLKITS");
+  std::vector<std::string> toolkits;
+  if (sourceDir != nullptr && toolkitNames != nullptr) {
+    std::istringstream names(toolkitNames);
+    for (std::string name; std::getline(names, name, ',');) toolkits.push_back(name);
+  }
+  for (std::size_t i = 0; i < toolkits.size(); ++i) {
+    const std::string order = "K" + std::to_string(3 + i);
     Child window({std::string(sourceDir) + "/scripts/with-display", program("ipg"), "pay",
-                  "--standard", "--order", "K3", "--amount", "6.00"});
-    EXPECT_TRUE(eventually([&] { return hasStatus("K3", "P"); }));
+                  "--standard", "--order", order, "--amount", "6.00", "--toolkit", toolkits[i]});
+    EXPECT_TRUE(eventually([&] { return hasStatus(order, "P"); })) << toolkits[i];
     // ipg itself, not the display's script around it, which then ends its Xvfb.
     EXPECT_EQ(::system(("pkill -KILL -f -- " +
-                        quoted("^" + program("ipg") + " pay --standard --order K3"))
+                        quoted("^" + program("ipg") + " pay --standard --order " + order + " "))
                            .c_str()),
               0);
     window.wait();
   }
-  const std::size_t killedCount = sourceDir != nullptr ? 3 : 2;
+  const std::size_t killedCount = 2 + toolkits.size();
   auto [listed, open] = journal({"list", "--unresolved"});
   EXPECT_EQ(listed, 0);
   ASSERT_EQ(open.size(), killedCount) << open;
@@ -629,7 +636,7 @@ TEST_F(CliTest, TheJournalKeepsWhatAKillInterrupted) {
   const nlohmann::json all = journal({"list"}).second;
   ASSERT_EQ(all.size(), killedCount + 1) << all;  // the first payment, then those killed
   EXPECT_EQ(all[0].value("state", ""), "answered");
-  for (const auto& [at, code] : {std::pair{1u, "R"}, {2u, "S"}, {3u, "F"}}) {
+  for (const auto& [at, code] : {std::pair{1u, "R"}, {2u, "S"}, {3u, "F"}, {4u, "F"}}) {
     if (at >= all.size()) break;
     EXPECT_EQ(all[at].value("state", ""), "settled") << all[at];
     EXPECT_EQ(all[at]["status"].value("statusCode", ""), code);
