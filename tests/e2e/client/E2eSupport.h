@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <random>
+#include <thread>
 
 #include "Sandbox.h"
 #include "qipg/CommonUtilities.h"
@@ -151,7 +152,14 @@ class SandboxTest : public qipg_test::ClientTest {
   }
 
   qipg::sandbox::Sandbox& sandbox() { return *sandbox_; }
-  int managementRequests() const { return managementRequests_.load(); }
+  // The management requests the sandbox has logged, once `expected` of them are or after 3 s:
+  // it logs a request just after answering it, so the caller may have its answer first.
+  int managementRequests(int expected) const {
+    for (int i = 0; i < 300 && managementRequests_.load() < expected; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return managementRequests_.load();
+  }
 
  private:
   static std::string between(const std::string& text, const std::string& open,
