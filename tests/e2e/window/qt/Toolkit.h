@@ -1,13 +1,8 @@
-// The Qt window for the shared window tests (and the window benchmark).
+// The Qt window for the shared window tests and the window benchmark.
 #pragma once
 
-#include <unistd.h>
 
 #include <QApplication>
-#include <QWebEngineCertificateError>
-#include <QWebEnginePage>
-#include <QWebEngineProfile>
-#include <QWebEngineView>
 #include <QWidget>
 #include <functional>
 #include <memory>
@@ -89,29 +84,6 @@ inline std::optional<Line> progressLine(Window& window) {
   return Line{line->isVisible(),        double(line->x()),      double(line->y()),
               double(line->width()),    double(line->height()), double(bar->width()),
               double(bar->height() - 1)};
-}
-
-// The engine alone, for the window benchmark: a plain web view in a plain window, no library
-// code, with the environment the library gives its own engine, loading `url` (its certificate
-// accepted: a loopback bench server). The view stays open; false when the page did not load in
-// time.
-inline bool openBareView(const std::string& url) {
-  const bool gpu = access("/dev/dri/renderD128", R_OK | W_OK) == 0;
-  if (geteuid() == 0) setenv("QTWEBENGINE_DISABLE_SANDBOX", "1", 0);
-  setenv("QTWEBENGINE_CHROMIUM_FLAGS", gpu ? "--log-level=3" : "--log-level=3 --disable-gpu", 0);
-  if (!gpu) setenv("QT_QUICK_BACKEND", "software", 0);
-  static bool loaded = false;
-  auto* view = new QWebEngineView();  // lives until the process ends
-  auto* profile = new QWebEngineProfile(view);
-  auto* page = new QWebEnginePage(profile, view);
-  QObject::connect(page, &QWebEnginePage::certificateError,
-                   [](QWebEngineCertificateError error) { error.acceptCertificate(); });
-  QObject::connect(page, &QWebEnginePage::loadFinished, [](bool ok) { loaded = loaded || ok; });
-  view->setPage(page);
-  view->resize(480, 760);
-  view->show();
-  view->load(QUrl(QString::fromStdString(url)));
-  return spinUntil([] { return loaded; }, 60);
 }
 
 }  // namespace toolkit
