@@ -10,47 +10,14 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "TestSupport.h"
 #include "qipg/IPGResponseDelegate.h"
 #include "qipg/QuandrelIPG.h"
 
 namespace qipg_test {
-
-// Sets an environment variable for the life of the object, then puts back what was there.
-class ScopedEnv {
- public:
-  ScopedEnv(std::string name, const std::optional<std::string>& value) : name_(std::move(name)) {
-    if (const char* old = std::getenv(name_.c_str())) old_ = old;
-    put(value);
-  }
-  ~ScopedEnv() { put(old_); }
-  ScopedEnv(const ScopedEnv&) = delete;
-  ScopedEnv& operator=(const ScopedEnv&) = delete;
-
- private:
-  void put(const std::optional<std::string>& value) {
-    value ? setenv(name_.c_str(), value->c_str(), 1) : unsetenv(name_.c_str());
-  }
-  std::string name_;
-  std::optional<std::string> old_;
-};
-
-inline std::string quoted(const std::string& text) {
-  std::string out = "'";
-  for (char c : text) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
-
-inline std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream all;
-  all << in.rdbuf();
-  return all.str();
-}
 
 // The ipg tool: in $IPG_BIN_DIR when set, else beside the test program.
 inline std::filesystem::path ipgProgram() {
@@ -73,9 +40,8 @@ struct ProcessRun {
 class ClientTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qipg-client-XXXXXX").string();
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
+    ASSERT_FALSE(temp_.path().empty());
+    dir_ = temp_.path();
     bundle_ = dir_ / "bundle";
     std::filesystem::create_directory(bundle_);
     env_.push_back(
@@ -86,11 +52,7 @@ class ClientTest : public ::testing::Test {
     }
   }
 
-  void TearDown() override {
-    env_.clear();
-    std::error_code error;
-    std::filesystem::remove_all(dir_, error);
-  }
+  void TearDown() override { env_.clear(); }
 
   const std::filesystem::path& dir() const { return dir_; }
   const std::filesystem::path& bundle() const { return bundle_; }
@@ -112,6 +74,7 @@ class ClientTest : public ::testing::Test {
   }
 
  private:
+  TempDir temp_;
   std::filesystem::path dir_;
   std::filesystem::path bundle_;
   std::vector<std::unique_ptr<ScopedEnv>> env_;

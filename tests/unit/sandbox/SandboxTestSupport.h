@@ -16,6 +16,7 @@
 #include <string>
 
 #include "Sandbox.h"
+#include "TestSupport.h"
 
 namespace qipg::sandbox::testing {
 
@@ -23,24 +24,7 @@ inline const std::string kMid = kTestMerchantId;
 inline const std::string kKey = kTestMerchantKey;
 inline constexpr char kTestIVText[] = "4e9a1c07b3d58f26";
 
-// A fresh directory under the system's temporary directory, removed with its contents.
-class TempDir {
- public:
-  TempDir() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qipg-sbx-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+using qipg_test::TempDir;
 
 // Points the client library's IV store at a private file and stores the test IV, once.
 inline void useTestIV() {

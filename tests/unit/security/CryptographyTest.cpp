@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <string>
 
 #include "TempStore.h"
@@ -23,11 +21,6 @@ class Envelope : public ::testing::Test {
   void SetUp() override { CommonUtilities::SetRandomIV(kIv, "randomIV"); }
   testing::TempStore store;
 };
-
-// The envelope as plain single-line Base64: "%2B" undone, line breaks dropped.
-std::string plainBase64(const std::string& envelope) {
-  return replaceAll(replaceAll(envelope, "%2B", "+"), "\r\n", "");
-}
 
 TEST_F(Envelope, PlusIsEscapedAndOnlyTheExactEscapeIsRestored) {
   std::string message, sealed;
@@ -71,48 +64,6 @@ TEST_F(Envelope, ReceivedTexts) {
   CommonUtilities::SetRandomIV(std::nullopt, "randomIV");
   EXPECT_EQ(encryptTextWithEncKey("m", "key"), "");
   EXPECT_EQ(decryptTextWithDecryptionKey(sealed, "key"), std::nullopt);
-}
-
-// ---- interoperability with the OpenSSL command-line tool
-
-std::string run(const std::string& command) {
-  std::string out;
-  if (FILE* p = popen((command + " 2>/dev/null").c_str(), "r")) {
-    char buffer[4096];
-    for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, p)) > 0;) out.append(buffer, n);
-    if (pclose(p) != 0) return "(failed)";
-  }
-  if (!out.empty() && out.back() == '\n') out.pop_back();
-  return out;
-}
-
-std::string hex(const std::string& s) {
-  std::string out;
-  for (unsigned char c : s) out += {"0123456789abcdef"[c >> 4], "0123456789abcdef"[c & 15]};
-  return out;
-}
-
-TEST_F(Envelope, InteroperatesWithOpensslTool) {
-  if (run("openssl version").rfind("OpenSSL", 0) != 0) GTEST_SKIP() << "no openssl tool";
-  const std::string merchantKey = "Merchant-Key/with+odd chars 0123456789";
-  const std::string in = store.dir.file("in");
-  std::ofstream(in) << merchantKey;
-  // The message key from the tool's own SHA-256: its first 32 hex digits, used as ASCII.
-  const std::string messageKey = run("openssl dgst -sha256 -r " + in).substr(0, 32);
-  const std::string cipher =
-      "openssl enc -aes-256-cbc -K " + hex(messageKey) + " -iv " + hex(kIv) + " -base64 -A";
-
-  for (const std::string& message : {std::string("ORD-1|TXN-9|250.00|LKR"), std::string(),
-                                     std::string(48, 'm'), std::string(200, 'x') + "|\xC3\xA9"}) {
-    const std::string sealed = encryptTextWithEncKey(message, merchantKey);
-    std::ofstream(in, std::ios::binary) << message;
-    const std::string fromTool = run(cipher + " -in " + in);
-    EXPECT_EQ(plainBase64(sealed), fromTool);  // byte for byte
-    EXPECT_EQ(decryptTextWithDecryptionKey(fromTool, merchantKey), message);
-    EXPECT_EQ(decryptTextWithDecryptionKey(replaceAll(fromTool, "+", "%2B"), merchantKey), message);
-    std::ofstream(in, std::ios::binary) << plainBase64(sealed);
-    EXPECT_EQ(run(cipher + " -d -in " + in), message);
-  }
 }
 
 }  // namespace
