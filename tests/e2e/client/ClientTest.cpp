@@ -1,6 +1,7 @@
-// qipg::Client against the sandbox gateway: every ErrorKind from its real cause, the gateway's
-// own "F" verdicts as values, payments and their extra checks, the callback executor, and
-// exactly-once completion with many threads sharing one client.
+// qipg::Client against the sandbox gateway: every ErrorKind from its real cause, cancelling by
+// stop token and by shutdown, the journal, the gateway's own "F" verdicts as values, payments
+// and their extra checks, the callback executor, and exactly-once completion with many threads
+// sharing one client.
 #include <qipg/Client.h>
 
 #include <atomic>
@@ -12,6 +13,7 @@
 #include <tuple>
 
 #include "e2e/client/E2eSupport.h"
+#include "unit/client/CaptureServer.h"
 
 namespace qipg_e2e {
 namespace {
@@ -38,28 +40,6 @@ class ClientLayerTest : public SandboxTest {
     return made.ok() ? made.value() : nullptr;
   }
 };
-
-TEST_F(ClientLayerTest, ManagementOfRealTransactions) {
-  const PaymentResponse sale = pay("SALE1", "10.50", 1);
-  const PaymentResponse authorisation = pay("AUTH1", "20", 0);
-  auto client = make(options());
-  const std::string saleRef = sale.transactionReferenceNo().value_or("");
-
-  Answer status = client->status({.orderID = "SALE1", .transactionRefNumber = saleRef}).get();
-  ASSERT_TRUE(status.ok()) << status.error().message;
-  EXPECT_EQ(status.value().statusDescription(), Text("Captured"));
-  Answer refund = client->refund({"SALE1", saleRef, "3.00"}).get();
-  ASSERT_TRUE(refund) << refund.error().message;
-  EXPECT_EQ(refund.value().statusCode(), Text("S"));
-  Answer cancel =
-      client->cancel({"AUTH1", authorisation.transactionReferenceNo().value_or("")}).get();
-  ASSERT_TRUE(cancel) << cancel.error().message;
-  EXPECT_EQ(cancel.value().statusCode(), Text("S"));
-  // The gateway's refusal is its verdict, not an error.
-  Answer again = client->cancel({"AUTH1", authorisation.transactionReferenceNo().value_or("")}).get();
-  ASSERT_TRUE(again) << again.error().message;
-  EXPECT_EQ(again.value().statusCode(), Text("F"));
-}
 
 struct ErrorCase {
   const char* name;
@@ -158,8 +138,6 @@ TEST_F(ClientLayerTest, EachErrorKindFromItsRealCause) {
 }
 
 TEST_F(ClientLayerTest, CredentialsFromInfoPlistOrConfigErrorsAtCreation) {
-  qipg::ClientOptions badURL = options();
-  badURL.gateway.testBaseURL = "http://example.com/ipg/";
   qipg::ClientOptions noKey = options();
   noKey.encryptionKey.clear();
   qipg::ClientOptions noMid = options();
@@ -171,9 +149,6 @@ TEST_F(ClientLayerTest, CredentialsFromInfoPlistOrConfigErrorsAtCreation) {
   placeholder.environment = qipg::Environment::Production;
   placeholder.gateway.productionBaseURL = "HTTPS://ipg.quandrel.example:443/";
   for (const auto& [o, message] : std::vector<std::pair<qipg::ClientOptions, std::string>>{
-           {badURL,
-            "test base URL must use https (http is allowed only on a loopback host): "
-            "http://example.com/ipg/"},
            {placeholder,
             "no base URL is set for the production gateway (the built-in placeholder "
             "https://ipg.quandrel.example/ is no real gateway): set "
@@ -212,6 +187,25 @@ TEST_F(ClientLayerTest, ShutdownMidTransferEndsTheCallWithOutcomeUnknown) {
   EXPECT_EQ(answer.error().message,
             std::string("the client was shut down before the answer arrived") + kConfirm);
   EXPECT_TRUE(answer.error().outcomeUnknown);
+}
+
+// A stop token aborts a transfer under way: the server, which never answers, sees its
+// connection closed.
+TEST_F(ClientLayerTest, StopTokenAbortsTheTransferAndClosesTheConnection) {
+  qipg_test::CaptureServer silent("");
+  qipg::ClientOptions o = options();
+  o.gateway.testBaseURL = "http://127.0.0.1:" + std::to_string(silent.port()) + "/ipg/";
+  auto client = make(o);
+  std::stop_source stop;
+  auto pending = client->refund({"ORDER1", "1", "1.00"}, stop.get_token());
+  silent.requests(1);
+  stop.request_stop();
+  const Answer answer = pending.get();
+  ASSERT_FALSE(answer.ok());
+  EXPECT_EQ(answer.error().kind, ErrorKind::Cancelled);
+  EXPECT_EQ(answer.error().message, std::string("the call was cancelled") + kConfirm);
+  EXPECT_TRUE(answer.error().outcomeUnknown);
+  silent.closedByClient(1);  // returns only once the client has closed its connection
 }
 
 // With a journal, every refund is known to it before it leaves and its end after; one whose

@@ -164,20 +164,6 @@ TEST_F(PaymentTest, CardCaptureBuildFailureReportsTheValidationVerdict) {
   EXPECT_EQ(delegate_->failures.size(), 1u);
 }
 
-TEST_F(PaymentTest, CredentialsFromThePropertyListWhenBothAreMissing) {
-  writeFile(bundle() / "Info.plist",
-            "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
-            "<key>merchantID</key><string>PLISTMID</string>"
-            "<key>encryptionKey</key><string>PlistKey9</string></dict></plist>");
-  const std::optional<URLRequest> request = standard(0, "ORDER1", "", std::nullopt);
-  ASSERT_TRUE(request.has_value());
-  EXPECT_NE(request->bodyText().find("&MID=PLISTMID&"), std::string::npos);
-  const std::vector<std::string> slots = openBody(*request, "PlistKey9");  // the resolved key
-  EXPECT_EQ(slots.at(0), "PLISTMID");
-  EXPECT_EQ(client_->merchantIDString(), "PLISTMID");
-  EXPECT_EQ(client_->encryptionKeyString(), "PlistKey9");
-}
-
 TEST_F(PaymentTest, ConcurrentCallsEachUseTheirOwnCredentials) {
   std::vector<std::thread> threads;
   std::vector<int> mismatches(4, 0);
