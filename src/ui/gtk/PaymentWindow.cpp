@@ -1,591 +1,82 @@
 #include "qipg/PaymentWindow.h"
 
 #include <gtk/gtk.h>
-#include <webkit/webkit.h>
 
-#include <algorithm>
-#include <set>
-#include <string_view>
 #include <utility>
-#include <vector>
 
-#include "common/Ascii.h"
-#include "common/Url.h"
-#include "ui/AutoPostForm.h"
+#include "qipg/PaymentView.h"
 #include "ui/gtk/MainLoop.h"
-#include "ui/gtk/ProgressLine.h"
+#include "ui/gtk/PaymentViewImpl.h"
 #include "ui/gtk/Screenshot.h"
 #include "ui/gtk/WeakPointer.h"
-#include "ui/window/Files.h"
-#include "ui/window/Session.h"
-#include "ui/window/TlsTrust.h"
 
 namespace qipg {
 
-using internal::ProgressLine;
 using internal::unwatch;
 using internal::watch;
 
-namespace {
-
-constexpr int kBarHeight = 48;
-
-constexpr char kStyle[] = R"css(
-.qipg-bar {
-  background-color: #f9f9f9;
-  border-bottom: 1px solid rgba(0, 0, 0, 0.14);
-  min-height: 48px;
-}
-.qipg-bar button.qipg-cancel {
-  color: #007aff;
-  background: none;
-  border: none;
-  box-shadow: none;
-  font-size: 16px;
-  padding: 4px 14px;
-  margin: 0 4px;
-}
-.qipg-bar button.qipg-cancel:hover { background-color: rgba(0, 122, 255, 0.08); }
-.qipg-bar button.qipg-cancel:active { background-color: rgba(0, 122, 255, 0.16); }
-.qipg-title { font-weight: bold; font-size: 16px; color: #111; }
-.qipg-address { font-size: 13px; color: #555; }
-.qipg-lock { color: #555; }
-)css";
-
-std::string toText(const char* text) { return text != nullptr ? text : ""; }
-
-void prepareEnvironment() {
-  static bool done = false;
-  if (done) return;
-  done = true;
-  // Root cannot use WebKit's bubblewrap sandbox (no user namespaces in CI containers).
-  if (internal::runningAsRoot()) {
-    internal::setEnvironmentDefault("WEBKIT_DISABLE_SANDBOX_THIS_IS_DANGEROUS", "1");
-  }
-  GtkCssProvider* provider = gtk_css_provider_new();
-  gtk_css_provider_load_from_data(provider, kStyle, -1);
-  gtk_style_context_add_provider_for_display(gdk_display_get_default(),
-                                             GTK_STYLE_PROVIDER(provider),
-                                             GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
-  g_object_unref(provider);
-}
-
-NavigationType navigationTypeOf(WebKitNavigationType type) {
-  switch (type) {
-    case WEBKIT_NAVIGATION_TYPE_LINK_CLICKED:
-      return NavigationType::LinkClicked;
-    case WEBKIT_NAVIGATION_TYPE_FORM_SUBMITTED:
-      return NavigationType::FormSubmitted;
-    case WEBKIT_NAVIGATION_TYPE_BACK_FORWARD:
-      return NavigationType::BackForward;
-    case WEBKIT_NAVIGATION_TYPE_RELOAD:
-      return NavigationType::Reload;
-    case WEBKIT_NAVIGATION_TYPE_FORM_RESUBMITTED:
-      return NavigationType::FormResubmitted;
-    default:
-      return NavigationType::Other;
-  }
-}
-
-// The certificate and the issuers it carries, DER-encoded, the server's first.
-std::vector<std::string> derChain(GTlsCertificate* certificate) {
-  std::vector<std::string> chain;
-  for (GTlsCertificate* c = certificate; c != nullptr && chain.size() < 16;
-       c = g_tls_certificate_get_issuer(c)) {
-    GByteArray* der = nullptr;
-    g_object_get(c, "certificate", &der, nullptr);
-    if (der == nullptr) break;
-    chain.emplace_back(reinterpret_cast<const char*>(der->data), der->len);
-    g_byte_array_unref(der);
-  }
-  return chain;
-}
-
-// What PaymentWindow::prewarm() started, until the first window takes it over.
-GtkWidget* warmWindow = nullptr;
-GtkWidget* warmWebView = nullptr;  // one reference of ours
-
-// The prewarmed web view with its network session (a new reference each), or nullptr.
-GtkWidget* takeWarmWebView(WebKitNetworkSession** session) {
-  GtkWidget* view = std::exchange(warmWebView, nullptr);
-  if (view == nullptr) return nullptr;
-  gtk_window_set_child(GTK_WINDOW(warmWindow), nullptr);
-  gtk_window_destroy(GTK_WINDOW(std::exchange(warmWindow, nullptr)));
-  *session = WEBKIT_NETWORK_SESSION(
-      g_object_ref(webkit_web_view_get_network_session(WEBKIT_WEB_VIEW(view))));
-  return view;
-}
-
-}  // namespace
-
-// ---------------------------------------------------------------- the window
-
-// The window and the ports it gives its controller: the web view, the bar that hosts the
-// progress lines, the title label and the presenter.
-struct PaymentWindow::Impl final : internal::WindowPorts,
-                                   std::enable_shared_from_this<PaymentWindow::Impl> {
-  Impl(URLRequest request, PaymentWindowOptions options)
-      : request_(std::move(request)), options_(std::move(options)) {}
-
-  ~Impl() override {
-    disconnect();
-    if (window_ != nullptr) gtk_window_destroy(window_);
+// A window around a payment view: the view's payment ends by closing the window, and the
+// window's close button is the view's Cancel.
+struct PaymentWindow::Impl final : std::enable_shared_from_this<PaymentWindow::Impl> {
+  ~Impl() {
+    if (window_ != nullptr) {
+      g_signal_handlers_disconnect_by_data(window_, this);
+      gtk_window_destroy(window_);
+    }
     unwatch(window_);
-    unwatch(webView_);
-    unwatch(bar_);
-    unwatch(title_);
-    unwatch(address_);
-    unwatch(lock_);
-    unwatch(cancelButton_);
-    if (session_ != nullptr) g_object_unref(session_);
   }
 
-  void build(std::shared_ptr<IPGPaymentControllerDelegate> delegate);
-
-  // ---- WebViewPort
-  void loadRequest(const URLRequest& request) override;
-  void stopLoading() override {
-    if (webView_ != nullptr) webkit_web_view_stop_loading(webView_);
-  }
-  Text currentURL() const override {
-    const char* uri = webView_ != nullptr ? webkit_web_view_get_uri(webView_) : nullptr;
-    return uri != nullptr ? Text(uri) : std::nullopt;
-  }
-  void evaluateJavaScript(const std::string& script,
-                          std::function<void(const Text&)> completion) override {
-    evaluate(script, std::move(completion), false);
-  }
-
-  // ---- BarViewPort
-  Rect bounds() const override {
-    if (bar_ == nullptr) return {};
-    return {0.0, 0.0, static_cast<double>(gtk_widget_get_width(GTK_WIDGET(bar_))),
-            static_cast<double>(gtk_widget_get_height(GTK_WIDGET(bar_)))};
-  }
-  std::shared_ptr<ProgressBarPort> addProgressBar() override {
-    return bar_ != nullptr ? ProgressLine::addTo(bar_) : nullptr;
-  }
-
-  // ---- LabelPort
-  void setText(const Text& text) override {
-    if (title_ == nullptr) return;
-    gtk_label_set_text(title_, text.value_or("").c_str());
-    gtk_widget_set_visible(GTK_WIDGET(title_), text.has_value() && !text->empty());
-  }
-
-  // ---- PresenterPort
-  void dismiss(bool /*animated*/, std::function<void()> completion) override {
-    dismissed_ = true;
-    disconnect();
-    if (window_ != nullptr) gtk_window_destroy(window_);
-    internal::runWhenIdle(std::move(completion));
-    // Let go of the window's hold on itself after this call (the caller may be its last user).
-    if (keepAlive_) internal::runWhenIdle([held = std::move(keepAlive_)] {});
-  }
-
-  // Evaluates `script`; `alwaysAnswer`: also call `completion` (with absent) when the web view
-  // is gone, else drop it.
-  void evaluate(const std::string& script, std::function<void(const Text&)> completion,
-                bool alwaysAnswer);
-
-  void reportLoad(PageLoadEvent event, const std::string& uri) {
-    if (options_.onPageLoad) options_.onPageLoad(event, uri);
-  }
-  void showAddress();
-  void reveal() {
-    hiddenWhileAt_.clear();
-    if (webView_ != nullptr) gtk_widget_set_opacity(GTK_WIDGET(webView_), 1.0);
-  }
-  void retryAfterTlsAllowance(const std::string& failingURI);
-  void disconnect() {
-    if (webView_ != nullptr) g_signal_handlers_disconnect_by_data(webView_, this);
-    if (window_ != nullptr) g_signal_handlers_disconnect_by_data(window_, this);
-    if (cancelButton_ != nullptr) g_signal_handlers_disconnect_by_data(cancelButton_, this);
-  }
-
-  // ---- signal handlers
-  static void onLoadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer data);
-  static gboolean onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri, GError* error,
-                               gpointer data);
-  static gboolean onLoadFailedWithTlsErrors(WebKitWebView*, const gchar* uri,
-                                            GTlsCertificate* certificate,
-                                            GTlsCertificateFlags errors, gpointer data);
-  static gboolean onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
-                                 WebKitPolicyDecisionType type, gpointer data);
-  static void onWebProcessTerminated(WebKitWebView*, WebKitWebProcessTerminationReason,
-                                     gpointer data);
-  static void onCancelClicked(GtkButton*, gpointer data);
-  static gboolean onCloseRequest(GtkWindow*, gpointer data);
-  static void onMap(GtkWidget*, gpointer data);
-  static void onDestroy(GtkWidget*, gpointer data);
-
-  GtkWindow* window_ = nullptr;
-  WebKitWebView* webView_ = nullptr;
-  GtkOverlay* bar_ = nullptr;
-  GtkLabel* title_ = nullptr;
-  GtkLabel* address_ = nullptr;
-  GtkWidget* lock_ = nullptr;
-  GtkWidget* cancelButton_ = nullptr;
-  // The window's own ephemeral network session: nothing reaches the disk or another window.
-  WebKitNetworkSession* session_ = nullptr;
-
-  URLRequest request_;
-  PaymentWindowOptions options_;
-  std::shared_ptr<WebviewController> controller_;
-  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
-  std::shared_ptr<Impl> keepAlive_;                         // while the window is up
-  // The address of the self-posting page while it is shown: the web view stays hidden until
-  // another page commits. Empty otherwise.
-  std::string hiddenWhileAt_;
-  std::optional<URLRequest> lastLoaded_;
-  bool currentLoadFailed_ = false;
-  bool dismissed_ = false;
-  std::set<std::string> tlsAllowedHosts_;
-};
-
-void PaymentWindow::Impl::build(std::shared_ptr<IPGPaymentControllerDelegate> delegate) {
-  GtkWidget* window = gtk_window_new();
-  watch(window_, window);
-  gtk_window_set_title(window_, options_.title.c_str());
-  gtk_window_set_default_size(window_, options_.width, options_.height);
-  if (options_.transientFor != nullptr) {
-    gtk_window_set_transient_for(window_, GTK_WINDOW(options_.transientFor));
-    gtk_window_set_modal(window_, TRUE);
-    gtk_window_set_destroy_with_parent(window_, TRUE);
-  }
-
-  // The bar: Cancel at the leading edge; in the middle the title label (empty, so hidden)
-  // over the address of the page shown; progress lines laid over its bottom edge.
-  GtkWidget* bar = gtk_overlay_new();
-  watch(bar_, bar);
-  gtk_widget_add_css_class(bar, "qipg-bar");
-  gtk_widget_set_size_request(bar, -1, kBarHeight);
-  g_signal_connect(bar, "get-child-position", G_CALLBACK(&ProgressLine::placeChild), nullptr);
-
-  GtkWidget* row = gtk_center_box_new();
-  GtkWidget* cancel = gtk_button_new_with_label("Cancel");
-  watch(cancelButton_, cancel);
-  gtk_widget_add_css_class(cancel, "qipg-cancel");
-  gtk_widget_set_valign(cancel, GTK_ALIGN_CENTER);
-  gtk_center_box_set_start_widget(GTK_CENTER_BOX(row), cancel);
-
-  GtkWidget* middle = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-  gtk_widget_set_valign(middle, GTK_ALIGN_CENTER);
-  GtkWidget* title = gtk_label_new("");
-  watch(title_, title);
-  gtk_widget_add_css_class(title, "qipg-title");
-  gtk_label_set_ellipsize(title_, PANGO_ELLIPSIZE_END);
-  gtk_box_append(GTK_BOX(middle), title);
-  GtkWidget* addressRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
-  gtk_widget_set_halign(addressRow, GTK_ALIGN_CENTER);
-  GtkWidget* lock = gtk_image_new_from_icon_name("channel-secure-symbolic");
-  watch(lock_, lock);
-  gtk_widget_add_css_class(lock, "qipg-lock");
-  gtk_widget_set_visible(lock, FALSE);
-  GtkWidget* address = gtk_label_new("");
-  watch(address_, address);
-  gtk_widget_add_css_class(address, "qipg-address");
-  gtk_label_set_ellipsize(address_, PANGO_ELLIPSIZE_MIDDLE);
-  gtk_box_append(GTK_BOX(addressRow), lock);
-  gtk_box_append(GTK_BOX(addressRow), address);
-  gtk_box_append(GTK_BOX(middle), addressRow);
-  gtk_center_box_set_center_widget(GTK_CENTER_BOX(row), middle);
-  gtk_overlay_set_child(bar_, row);
-
-  // The page below the bar, filling the window.
-  GtkWidget* webView = takeWarmWebView(&session_);
-  if (webView == nullptr) {
-    session_ = webkit_network_session_new_ephemeral();
-    webView = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session_, nullptr));
-    g_object_ref_sink(webView);
-  }
-  watch(webView_, webView);
-  gtk_widget_set_vexpand(webView, TRUE);
-  gtk_widget_set_hexpand(webView, TRUE);
-  WebKitSettings* settings = webkit_web_view_get_settings(webView_);
-  webkit_settings_set_enable_developer_extras(settings, FALSE);
-  webkit_settings_set_javascript_can_open_windows_automatically(settings, FALSE);
-
-  GtkWidget* column = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
-  gtk_box_append(GTK_BOX(column), bar);
-  gtk_box_append(GTK_BOX(column), webView);
-  g_object_unref(webView);  // the column holds it
-  gtk_window_set_child(window_, column);
-
-  g_signal_connect(webView, "load-changed", G_CALLBACK(&Impl::onLoadChanged), this);
-  g_signal_connect(webView, "load-failed", G_CALLBACK(&Impl::onLoadFailed), this);
-  g_signal_connect(webView, "load-failed-with-tls-errors",
-                   G_CALLBACK(&Impl::onLoadFailedWithTlsErrors), this);
-  g_signal_connect(webView, "decide-policy", G_CALLBACK(&Impl::onDecidePolicy), this);
-  g_signal_connect(webView, "web-process-terminated", G_CALLBACK(&Impl::onWebProcessTerminated),
-                   this);
-  g_signal_connect(cancel, "clicked", G_CALLBACK(&Impl::onCancelClicked), this);
-  g_signal_connect(window, "close-request", G_CALLBACK(&Impl::onCloseRequest), this);
-  g_signal_connect(window, "map", G_CALLBACK(&Impl::onMap), this);
-  g_signal_connect(window, "destroy", G_CALLBACK(&Impl::onDestroy), this);
-
-  auto self = shared_from_this();
-  internal::WindowController started =
-      internal::startController(options_, request_, std::move(delegate), &internal::runWhenIdle,
-                                self, internal::mainLoopTimerScheduler());
-  controller_ = std::move(started.controller);
-  delegate_ = std::move(started.delegate);
-  options_.onPageLoad = std::move(started.onPageLoad);
-  keepAlive_ = self;
-}
-
-void PaymentWindow::Impl::loadRequest(const URLRequest& request) {
-  if (webView_ == nullptr || !request.url) return;
-  lastLoaded_ = request;
-  if (internal::equalsIgnoringAsciiCase(request.httpMethod, "POST")) {
-    const std::string page = internal::autoPostPage(*request.url, request.bodyText());
-    const std::string base = internal::originOf(*request.url);
-    hiddenWhileAt_ = internal::canonicalURL(base);
-    gtk_widget_set_opacity(GTK_WIDGET(webView_), 0.0);
-    webkit_web_view_load_html(webView_, page.c_str(), base.empty() ? nullptr : base.c_str());
-    return;
-  }
-  WebKitURIRequest* uriRequest = webkit_uri_request_new(request.url->c_str());
-  if (SoupMessageHeaders* headers = webkit_uri_request_get_http_headers(uriRequest)) {
-    for (const auto& [name, value] : request.allHTTPHeaderFields) {
-      soup_message_headers_replace(headers, name.c_str(), value.c_str());
-    }
-  }
-  webkit_web_view_load_request(webView_, uriRequest);
-  g_object_unref(uriRequest);
-}
-
-namespace {
-
-struct Evaluation {
-  std::function<void(const Text&)> completion;
-  bool alwaysAnswer = false;
-  std::weak_ptr<PaymentWindow::Impl> window;
-};
-
-void onScriptEvaluated(GObject* source, GAsyncResult* result, gpointer data) {
-  std::unique_ptr<Evaluation> evaluation(static_cast<Evaluation*>(data));
-  GError* error = nullptr;
-  JSCValue* value =
-      webkit_web_view_evaluate_javascript_finish(WEBKIT_WEB_VIEW(source), result, &error);
-  g_clear_error(&error);
-  auto window = evaluation->window.lock();
-  const bool gone = !window || window->dismissed_ || window->webView_ == nullptr;
-  Text text;
-  if (value != nullptr) {
-    if (!jsc_value_is_undefined(value) && !jsc_value_is_null(value)) {
-      char* string = jsc_value_to_string(value);
-      if (string != nullptr) text = std::string(string);
-      g_free(string);
-    }
-    g_object_unref(value);
-  }
-  if (gone && !evaluation->alwaysAnswer) return;
-  if (evaluation->completion) evaluation->completion(text);
-}
-
-}  // namespace
-
-void PaymentWindow::Impl::evaluate(const std::string& script,
-                                   std::function<void(const Text&)> completion, bool alwaysAnswer) {
-  if (webView_ == nullptr || dismissed_) {
-    if (alwaysAnswer && completion) completion(std::nullopt);
-    return;
-  }
-  // WebKit answers every evaluation, with an error when the view has gone meanwhile.
-  webkit_web_view_evaluate_javascript(
-      webView_, script.c_str(), -1, nullptr, nullptr, nullptr, &onScriptEvaluated,
-      new Evaluation{std::move(completion), alwaysAnswer, weak_from_this()});
-}
-
-void PaymentWindow::Impl::showAddress() {
-  if (address_ == nullptr || webView_ == nullptr) return;
-  std::string host;
-  if (const char* uri = webkit_web_view_get_uri(webView_)) {
-    if (GUri* parsed = g_uri_parse(uri, G_URI_FLAGS_NONE, nullptr)) {
-      host = toText(g_uri_get_host(parsed));
-      g_uri_unref(parsed);
-    }
-  }
-  GTlsCertificate* certificate = nullptr;
-  GTlsCertificateFlags errors = G_TLS_CERTIFICATE_NO_FLAGS;
-  const bool secure = webkit_web_view_get_tls_info(webView_, &certificate, &errors);
-  gtk_label_set_text(address_, host.c_str());
-  if (lock_ != nullptr) gtk_widget_set_visible(lock_, secure && !host.empty());
-}
-
-void PaymentWindow::Impl::onLoadChanged(WebKitWebView* webView, WebKitLoadEvent event,
-                                        gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  const std::string uri = toText(webkit_web_view_get_uri(webView));
-  switch (event) {
-    case WEBKIT_LOAD_STARTED:
-      self->currentLoadFailed_ = false;
-      self->reportLoad(PageLoadEvent::Started, uri);
-      self->controller_->webViewDidStartLoad();
-      break;
-    case WEBKIT_LOAD_COMMITTED:
-      self->showAddress();
-      if (!self->hiddenWhileAt_.empty() && internal::canonicalURL(uri) != self->hiddenWhileAt_) {
-        self->reveal();
-      }
-      break;
-    case WEBKIT_LOAD_FINISHED:
-      // WebKit finishes a failed load too; the controller has heard of its failure already.
-      if (self->currentLoadFailed_) break;
-      self->reportLoad(PageLoadEvent::Finished, uri);
-      self->controller_->webViewDidFinishLoad();
-      break;
-    default:
-      break;
-  }
-}
-
-gboolean PaymentWindow::Impl::onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri,
-                                           GError* error, gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  if (self->currentLoadFailed_) return TRUE;
-  self->currentLoadFailed_ = true;
-  self->reveal();
-  self->reportLoad(PageLoadEvent::Failed, toText(uri));
-  WebViewError failure;
-  if (error != nullptr) {
-    failure = {toText(g_quark_to_string(error->domain)), error->code, toText(error->message)};
-  }
-  self->controller_->webViewDidFailLoadWithError(failure);
-  return TRUE;  // no error page: it would count as a finished load of the failed address
-}
-
-gboolean PaymentWindow::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, const gchar* uri,
-                                                        GTlsCertificate* certificate,
-                                                        GTlsCertificateFlags errors,
-                                                        gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  const PaymentWindowOptions& options = self->options_;
-  if (uri == nullptr) return FALSE;  // "load-failed" follows
-  const std::string host = internal::hostOf(uri);
-  if (self->tlsAllowedHosts_.count(host) != 0 ||
-      !internal::certificateTrustedForHost(derChain(certificate), options.trustedCAFile,
-                                           options.trustedHost, uri)) {
-    return FALSE;
-  }
-  self->tlsAllowedHosts_.insert(host);
-  webkit_network_session_allow_tls_certificate_for_host(self->session_, certificate, host.c_str());
-  // This load has failed all the same; the retry is a new load.
-  self->currentLoadFailed_ = true;
-  self->reportLoad(PageLoadEvent::Failed, uri);
-  self->controller_->webViewDidFailLoadWithError(
-      {"GTlsCertificate", static_cast<int>(errors),
-       "certificate verified against the trusted CA file; loading again"});
-  self->retryAfterTlsAllowance(uri);
-  return TRUE;
-}
-
-void PaymentWindow::Impl::retryAfterTlsAllowance(const std::string& failingURI) {
-  internal::runWhenIdle([weak = weak_from_this(), failingURI] {
-    auto self = weak.lock();
-    if (!self || self->dismissed_ || self->webView_ == nullptr) return;
-    // A failed POST is posted again; any other address is simply loaded.
-    if (self->lastLoaded_ && self->lastLoaded_->url &&
-        internal::canonicalURL(*self->lastLoaded_->url) == internal::canonicalURL(failingURI)) {
-      self->loadRequest(*self->lastLoaded_);
-    } else {
-      webkit_web_view_load_uri(self->webView_, failingURI.c_str());
-    }
-  });
-}
-
-gboolean PaymentWindow::Impl::onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
-                                             WebKitPolicyDecisionType type, gpointer data) {
-  if (type != WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION) return FALSE;
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
-      WEBKIT_NAVIGATION_POLICY_DECISION(decision));
-  WebKitURIRequest* uriRequest = webkit_navigation_action_get_request(action);
-  URLRequest request;
-  if (const char* uri = webkit_uri_request_get_uri(uriRequest)) request.url = uri;
-  if (const char* method = webkit_uri_request_get_http_method(uriRequest)) {
-    request.httpMethod = method;
-  }
-  if (!self->controller_->shouldStartLoadWithRequest(
-          request, navigationTypeOf(webkit_navigation_action_get_navigation_type(action)))) {
-    webkit_policy_decision_ignore(decision);
+  static gboolean onCloseRequest(GtkWindow*, gpointer data) {
+    auto& view = *static_cast<Impl*>(data)->view_;
+    if (view.active_) view.controller_->cancelButtonPressed();  // the dismissal closes it
     return TRUE;
   }
-  return FALSE;
-}
+  static void onDestroy(GtkWidget*, gpointer data) {
+    auto* self = static_cast<Impl*>(data);
+    // Destroyed by the host: the payment ends without a word to its delegate.
+    self->view_->abandon();
+    internal::runWhenIdle([held = std::move(self->keepAlive_)] {});
+  }
 
-void PaymentWindow::Impl::onWebProcessTerminated(WebKitWebView* webView,
-                                                 WebKitWebProcessTerminationReason reason,
-                                                 gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  self->currentLoadFailed_ = true;
-  self->reportLoad(PageLoadEvent::Failed, toText(webkit_web_view_get_uri(webView)));
-  self->controller_->webViewDidFailLoadWithError({"WebKitWebProcessTerminationReason",
-                                                  static_cast<int>(reason),
-                                                  "the page's web process ended"});
-}
-
-void PaymentWindow::Impl::onCancelClicked(GtkButton*, gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  self->controller_->cancelButtonPressed();
-}
-
-gboolean PaymentWindow::Impl::onCloseRequest(GtkWindow*, gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  self->controller_->cancelButtonPressed();  // the dismissal closes the window
-  return TRUE;
-}
-
-void PaymentWindow::Impl::onMap(GtkWidget*, gpointer data) {
-  // On screen: the controller sets up its progress line and loads, once the bar is laid out.
-  internal::runWhenIdle([weak = static_cast<Impl*>(data)->weak_from_this()] {
-    auto self = weak.lock();
-    if (self && !self->dismissed_ && self->window_ != nullptr) {
-      self->controller_->viewDidAppear(true);
-    }
-  });
-}
-
-void PaymentWindow::Impl::onDestroy(GtkWidget*, gpointer data) {
-  auto* self = static_cast<Impl*>(data);
-  self->dismissed_ = true;
-  // Let go of the window's hold on itself once this signal is over.
-  internal::runWhenIdle([held = std::move(self->keepAlive_)] {});
-}
-
-// ---------------------------------------------------------------- public surface
+  GtkWindow* window_ = nullptr;
+  std::shared_ptr<PaymentView::Impl> view_;
+  std::shared_ptr<Impl> keepAlive_;  // while the window is up
+};
 
 PaymentWindow::PaymentWindow(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
 
 PaymentWindow::~PaymentWindow() = default;
 
-std::shared_ptr<WebviewController> PaymentWindow::controller() const { return impl_->controller_; }
+std::shared_ptr<WebviewController> PaymentWindow::controller() const {
+  return impl_->view_->controller_;
+}
 
-bool PaymentWindow::isOpen() const { return impl_->window_ != nullptr && !impl_->dismissed_; }
+bool PaymentWindow::isOpen() const { return impl_->window_ != nullptr && impl_->view_->active_; }
 
 void PaymentWindow::runJavaScript(const std::string& script,
                                   std::function<void(const Text&)> completion) {
-  impl_->evaluate(script, std::move(completion), true);
+  impl_->view_->evaluate(script, std::move(completion), true);
 }
 
 void PaymentWindow::saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion,
                                    SnapshotArea area) {
-  if (!isOpen() || impl_->webView_ == nullptr) {
+  if (!isOpen() || impl_->view_->webView_ == nullptr) {
     if (completion) completion(false);
     return;
   }
-  internal::saveScreenshot(GTK_WIDGET(impl_->window_), GTK_WIDGET(impl_->webView_), pngPath,
-                           std::move(completion), area == SnapshotArea::Window);
+  internal::saveScreenshot(GTK_WIDGET(impl_->window_), GTK_WIDGET(impl_->view_->webView_),
+                           pngPath, std::move(completion), area == SnapshotArea::Window);
 }
 
 void PaymentWindow::pressCancel() {
-  if (isOpen()) impl_->controller_->cancelButtonPressed();
+  if (isOpen()) impl_->view_->controller_->cancelButtonPressed();
 }
 
 void* PaymentWindow::nativeWindow() const { return impl_->window_; }
 
-void* PaymentWindow::nativeWebView() const { return impl_->webView_; }
+void* PaymentWindow::nativeWebView() const { return impl_->view_->webView_; }
+
+void PaymentWindow::prewarm() { PaymentView::prewarm(); }
 
 std::shared_ptr<PaymentWindow> presentPaymentWindow(
     const URLRequest& request, std::shared_ptr<IPGPaymentControllerDelegate> delegate,
@@ -596,14 +87,36 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
     }
     return nullptr;
   }
-  if (auto problem = internal::optionsProblem(options)) {
-    if (error != nullptr) *error = *problem;
+  auto impl = std::make_shared<PaymentWindow::Impl>();
+  impl->view_ = std::make_shared<PaymentView::Impl>();
+  PaymentView::Impl& view = *impl->view_;
+  view.build();
+  GtkWidget* window = gtk_window_new();
+  watch(impl->window_, window);
+  gtk_window_set_title(impl->window_, options.title.c_str());
+  gtk_window_set_default_size(impl->window_, options.width, options.height);
+  if (options.transientFor != nullptr) {
+    gtk_window_set_transient_for(impl->window_, GTK_WINDOW(options.transientFor));
+    gtk_window_set_modal(impl->window_, TRUE);
+    gtk_window_set_destroy_with_parent(impl->window_, TRUE);
+  }
+  if (!view.start(request, std::move(delegate), std::move(options), error)) {
+    gtk_window_destroy(impl->window_);
     return nullptr;
   }
-  internal::completeOptions(options, request);
-  prepareEnvironment();
-  auto impl = std::make_shared<PaymentWindow::Impl>(request, std::move(options));
-  impl->build(std::move(delegate));
+  gtk_window_set_child(impl->window_, view.root_);
+  view.onEnded = [weak = std::weak_ptr<PaymentWindow::Impl>(impl)] {
+    // Dismissal destroys the window; there is no animation.
+    if (auto self = weak.lock(); self && self->window_ != nullptr) {
+      g_signal_handlers_disconnect_by_data(self->window_, self.get());
+      gtk_window_destroy(self->window_);
+      internal::runWhenIdle([held = std::move(self->keepAlive_)] {});
+    }
+  };
+  g_signal_connect(window, "close-request", G_CALLBACK(&PaymentWindow::Impl::onCloseRequest),
+                   impl.get());
+  g_signal_connect(window, "destroy", G_CALLBACK(&PaymentWindow::Impl::onDestroy), impl.get());
+  impl->keepAlive_ = impl;
   gtk_window_present(impl->window_);
   return std::make_shared<PaymentWindow>(std::move(impl));
 }
@@ -624,22 +137,6 @@ std::optional<PaymentOutcome> runPaymentWindow(const URLRequest& request,
         }
       },
       error);
-}
-
-void PaymentWindow::prewarm() {
-  if (warmWebView != nullptr || (!gtk_is_initialized() && !gtk_init_check())) return;
-  prepareEnvironment();
-  // A web view like a window's, in a window realised but never shown: GTK's renderer and
-  // WebKit's processes are up, and the first payment window takes this web view over.
-  warmWindow = gtk_window_new();
-  WebKitNetworkSession* session = webkit_network_session_new_ephemeral();
-  warmWebView = GTK_WIDGET(g_object_new(WEBKIT_TYPE_WEB_VIEW, "network-session", session, nullptr));
-  g_object_unref(session);
-  g_object_ref(warmWebView);
-  gtk_window_set_child(GTK_WINDOW(warmWindow), warmWebView);
-  gtk_widget_realize(warmWindow);
-  webkit_web_view_load_html(WEBKIT_WEB_VIEW(warmWebView), "<!DOCTYPE html><title></title>",
-                            "about:blank");
 }
 
 bool runMainLoopUntil(const std::function<bool()>& done, unsigned seconds) {

@@ -7,6 +7,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "qipg/IPGPaymentControllerDelegate.h"
 #include "qipg/PaymentWindowOptions.h"
@@ -26,6 +28,27 @@ void completeOptions(PaymentWindowOptions& options, const URLRequest& request);
 
 // A window as the controller sees it: the web view, the bar, its title and the presenter.
 struct WindowPorts : WebViewPort, BarViewPort, LabelPort, PresenterPort {};
+
+// The timers of one payment: scheduled on the toolkit's main loop, and all stopped at once when
+// the payment ends, so that a view that takes payment after payment keeps no old one ticking.
+class PaymentTimers final : public TimerSchedulerPort {
+ public:
+  explicit PaymentTimers(std::shared_ptr<TimerSchedulerPort> mainLoop)
+      : mainLoop_(std::move(mainLoop)) {}
+  std::shared_ptr<TimerPort> scheduleRepeating(double intervalSeconds,
+                                               std::function<void()> action) override {
+    timers_.push_back(mainLoop_->scheduleRepeating(intervalSeconds, std::move(action)));
+    return timers_.back();
+  }
+  void stopAll() {
+    for (const auto& timer : timers_) timer->invalidate();
+    timers_.clear();
+  }
+
+ private:
+  std::shared_ptr<TimerSchedulerPort> mainLoop_;
+  std::vector<std::shared_ptr<TimerPort>> timers_;
+};
 
 // A window's controller and the delegate it was given (which the window keeps alive).
 struct WindowController {

@@ -369,6 +369,7 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
 // A host without a main loop of its own: the window run to its end gives the cancel and the
 // gateway's record of the order together.
 TEST_F(PaymentWindowTest, RunToTheEndGivesTheOutcomeWithTheReconciledRecord) {
+  if (toolkit::embedded()) GTEST_SKIP() << "a window's function";
   Flow flow(*gateway, false, "", {});
   flow.reconcile();
   flow.options.onPageLoad = [&](PageLoadEvent event, const std::string& uri) {
@@ -384,6 +385,36 @@ TEST_F(PaymentWindowTest, RunToTheEndGivesTheOutcomeWithTheReconciledRecord) {
   EXPECT_EQ(outcome->reconciled->orderID(), Text(flow.order));
   EXPECT_EQ(outcome->reconciled->statusCode(), Text("P"));
   EXPECT_EQ(flow.statuses.size(), 1u);  // the host's own callback heard it too
+}
+
+// A till takes payment after payment in one view: each payment tells its own delegate, and
+// nothing of one is left in the view for the next.
+TEST_F(PaymentWindowTest, OneViewTakesPaymentAfterPayment) {
+  if (!toolkit::embedded()) GTEST_SKIP() << "a window takes one payment";
+  const std::string form = page("doMEPayRequest");
+  Flow first(*gateway, false, "", {});
+  first.open();
+  ASSERT_TRUE(spinUntil([&] { return first.saw(PageLoadEvent::Finished, form); }));
+  first.run(fillCardForm("4111111111111111"));
+  ASSERT_TRUE(spinUntil([&] { return first.told(); }));
+  const auto view = first.window->view();
+  EXPECT_EQ(view->nativeWebView(), nullptr);
+
+  Flow second(*gateway, false, "", {});
+  second.window = std::make_shared<toolkit::Window>(view, first.window->nativeWindow(), nullptr);
+  std::string error;
+  ASSERT_TRUE(view->start(second.request, second.delegate, second.options, &error)) << error;
+  EXPECT_FALSE(view->start(second.request, second.delegate, second.options, &error));
+  EXPECT_EQ(error, "a payment is under way in this view");
+  ASSERT_TRUE(spinUntil([&] { return second.saw(PageLoadEvent::Finished, form); }));
+  EXPECT_EQ(toolkit::progressLine(*second.window)->shown, false);
+  second.window->pressCancel();
+  ASSERT_TRUE(spinUntil([&] { return second.told(); }));
+  toolkit::drain();
+  ASSERT_EQ(first.completed.size(), 1u);
+  EXPECT_EQ(first.completed[0].statusCode(), Text("S"));
+  EXPECT_EQ(first.cancelled + second.completed.size(), 0u);
+  EXPECT_EQ(second.cancelled, 1u);
 }
 
 // The final page is the return address itself, as the engine reports it: a gateway that sends

@@ -1,4 +1,4 @@
-// The GTK window for the shared window tests and the window benchmark.
+// The GTK window and view for the shared window tests and the window benchmark.
 #pragma once
 
 #include <gtk/gtk.h>
@@ -10,12 +10,14 @@
 #include <string>
 #include <vector>
 
+#include "../Shells.h"
+#include "qipg/PaymentView.h"
 #include "qipg/PaymentWindow.h"
 
 namespace toolkit {
 
 constexpr char kName[] = "gtk";
-using Window = qipg::PaymentWindow;
+using Window = Shell<qipg::PaymentWindow, qipg::PaymentView>;
 
 // GTK, WebKit and their libraries are built without frame pointers: unwind the slow way, so
 // that leak reports show whose allocation it was and scripts/lsan.supp can match the library.
@@ -26,7 +28,30 @@ inline bool init(int*, char**) { return gtk_init_check(); }
 inline std::shared_ptr<Window> present(const qipg::URLRequest& request,
                                        std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
                                        qipg::PaymentWindowOptions options, std::string* error) {
-  return qipg::presentPaymentWindow(request, std::move(delegate), std::move(options), error);
+  if (!embedded()) {
+    auto window = qipg::presentPaymentWindow(request, std::move(delegate), options, error);
+    return window ? std::make_shared<Window>(std::move(window)) : nullptr;
+  }
+  auto view = qipg::PaymentView::create(error);
+  if (!view) return nullptr;
+  // A till: the cart beside the payment. Its close button cancels the payment; it stays.
+  GtkWidget* till = gtk_window_new();
+  gtk_window_set_default_size(GTK_WINDOW(till), 800, options.height);
+  GtkWidget* row = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 0);
+  gtk_box_append(GTK_BOX(row), gtk_label_new("Cart: 1 item"));
+  gtk_box_append(GTK_BOX(row), GTK_WIDGET(view->widget()));
+  gtk_window_set_child(GTK_WINDOW(till), row);
+  g_signal_connect(till, "close-request", G_CALLBACK(+[](GtkWindow*, gpointer shown) -> gboolean {
+                     static_cast<qipg::PaymentView*>(shown)->pressCancel();
+                     return TRUE;
+                   }),
+                   view.get());
+  if (!view->start(request, std::move(delegate), std::move(options), error)) {
+    gtk_window_destroy(GTK_WINDOW(till));
+    return nullptr;
+  }
+  gtk_window_present(GTK_WINDOW(till));
+  return std::make_shared<Window>(view, till, [till] { gtk_window_destroy(GTK_WINDOW(till)); });
 }
 
 inline std::optional<qipg::PaymentOutcome> run(const qipg::URLRequest& request,

@@ -1,20 +1,24 @@
-// The Qt window for the shared window tests and the window benchmark.
+// The Qt window and view for the shared window tests and the window benchmark.
 #pragma once
 
-
 #include <QApplication>
+#include <QCloseEvent>
+#include <QHBoxLayout>
+#include <QLabel>
 #include <QWidget>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "../Shells.h"
+#include "qipg/QtPaymentView.h"
 #include "qipg/QtPaymentWindow.h"
 
 namespace toolkit {
 
 constexpr char kName[] = "qt";
-using Window = qipg::QtPaymentWindow;
+using Window = Shell<qipg::QtPaymentWindow, qipg::QtPaymentView>;
 
 // Qt WebEngine runs Chromium's browser side inside this process: it allocates too often for
 // slow unwinding (the tests would crawl), and Chromium (libQt6WebEngineCore) deletes some of
@@ -28,10 +32,39 @@ inline bool init(int* argc, char** argv) {
   return true;
 }
 
+// A till: the cart beside the payment. Its close button cancels the payment; it stays.
+class Till final : public QWidget {
+ public:
+  std::function<void()> onClose;
+
+ protected:
+  void closeEvent(QCloseEvent* event) override {
+    event->ignore();
+    if (onClose) onClose();
+  }
+};
+
 inline std::shared_ptr<Window> present(const qipg::URLRequest& request,
                                        std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
                                        qipg::PaymentWindowOptions options, std::string* error) {
-  return qipg::presentQtPaymentWindow(request, std::move(delegate), std::move(options), error);
+  if (!embedded()) {
+    auto window = qipg::presentQtPaymentWindow(request, std::move(delegate), options, error);
+    return window ? std::make_shared<Window>(std::move(window)) : nullptr;
+  }
+  auto view = qipg::QtPaymentView::create(error);
+  if (!view) return nullptr;
+  auto* till = new Till();
+  till->resize(800, options.height);
+  auto* row = new QHBoxLayout(till);
+  row->addWidget(new QLabel("Cart: 1 item"));
+  row->addWidget(static_cast<QWidget*>(view->widget()), 1);
+  till->onClose = [shown = view.get()] { shown->pressCancel(); };
+  if (!view->start(request, std::move(delegate), std::move(options), error)) {
+    delete till;
+    return nullptr;
+  }
+  till->show();
+  return std::make_shared<Window>(view, till, [till] { till->deleteLater(); });
 }
 
 inline std::optional<qipg::PaymentOutcome> run(const qipg::URLRequest& request,

@@ -1,0 +1,116 @@
+// The GTK payment view's state, shared by the view and the window around it: the widgets, and
+// the payment under way with the ports its controller drives.
+#pragma once
+
+#include <gtk/gtk.h>
+#include <webkit/webkit.h>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "qipg/PaymentView.h"
+#include "ui/window/Session.h"
+
+namespace qipg {
+
+struct PaymentView::Impl final : internal::WindowPorts,
+                                 std::enable_shared_from_this<PaymentView::Impl> {
+  ~Impl() override;
+
+  // The bar and the place of the web view; idle.
+  void build();
+  // Starts a payment; false with `error` set when one is under way or the options are bad.
+  bool start(const URLRequest& request, std::shared_ptr<IPGPaymentControllerDelegate> delegate,
+             PaymentWindowOptions options, std::string* error);
+  // Ends the payment under way without a word to its delegate (its window is gone).
+  void abandon();
+
+  // ---- WebViewPort
+  void loadRequest(const URLRequest& request) override;
+  void stopLoading() override {
+    if (webView_ != nullptr) webkit_web_view_stop_loading(webView_);
+  }
+  Text currentURL() const override {
+    const char* uri = webView_ != nullptr ? webkit_web_view_get_uri(webView_) : nullptr;
+    return uri != nullptr ? Text(uri) : std::nullopt;
+  }
+  void evaluateJavaScript(const std::string& script,
+                          std::function<void(const Text&)> completion) override {
+    evaluate(script, std::move(completion), false);
+  }
+
+  // ---- BarViewPort
+  Rect bounds() const override;
+  std::shared_ptr<ProgressBarPort> addProgressBar() override;
+
+  // ---- LabelPort
+  void setText(const Text& text) override;
+
+  // ---- PresenterPort: the payment ends; the view stays.
+  void dismiss(bool animated, std::function<void()> completion) override;
+
+  // Evaluates `script`; `alwaysAnswer`: also call `completion` (with absent) when no payment
+  // is under way, else drop it.
+  void evaluate(const std::string& script, std::function<void(const Text&)> completion,
+                bool alwaysAnswer);
+
+  // Called as a payment ends, before its delegate hears of it (the window closes itself).
+  std::function<void()> onEnded;
+
+  GtkWidget* root_ = nullptr;  // one reference of ours
+  WebKitWebView* webView_ = nullptr;
+  GtkOverlay* bar_ = nullptr;
+  GtkLabel* title_ = nullptr;
+  GtkLabel* address_ = nullptr;
+  GtkWidget* lock_ = nullptr;
+  GtkWidget* cancelButton_ = nullptr;
+  // The payment's own ephemeral network session: nothing reaches the disk or another payment.
+  WebKitNetworkSession* session_ = nullptr;
+
+  // The payment under way, or the last one.
+  URLRequest request_;
+  PaymentWindowOptions options_;
+  std::shared_ptr<WebviewController> controller_;
+  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
+  std::shared_ptr<internal::PaymentTimers> timers_;         // the payment's
+  std::shared_ptr<Impl> keepAlive_;                         // while a payment is under way
+  bool active_ = false;
+  bool appeared_ = false;  // the controller has been told the view is on screen
+  // The address of the self-posting page while it is shown: the web view stays hidden until
+  // another page commits. Empty otherwise.
+  std::string hiddenWhileAt_;
+  std::optional<URLRequest> lastLoaded_;
+  bool currentLoadFailed_ = false;
+  std::set<std::string> tlsAllowedHosts_;
+
+ private:
+  void appear();
+  void dropWebView();
+  void reportLoad(PageLoadEvent event, const std::string& uri) {
+    if (options_.onPageLoad) options_.onPageLoad(event, uri);
+  }
+  void showAddress();
+  void reveal() {
+    hiddenWhileAt_.clear();
+    if (webView_ != nullptr) gtk_widget_set_opacity(GTK_WIDGET(webView_), 1.0);
+  }
+  void retryAfterTlsAllowance(const std::string& failingURI);
+
+  static void onLoadChanged(WebKitWebView*, WebKitLoadEvent event, gpointer data);
+  static gboolean onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri, GError* error,
+                               gpointer data);
+  static gboolean onLoadFailedWithTlsErrors(WebKitWebView*, const gchar* uri,
+                                            GTlsCertificate* certificate,
+                                            GTlsCertificateFlags errors, gpointer data);
+  static gboolean onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
+                                 WebKitPolicyDecisionType type, gpointer data);
+  static void onWebProcessTerminated(WebKitWebView*, WebKitWebProcessTerminationReason,
+                                     gpointer data);
+  static void onCancelClicked(GtkButton*, gpointer data);
+  static void onMap(GtkWidget*, gpointer data);
+};
+
+}  // namespace qipg

@@ -1,0 +1,111 @@
+// The Qt payment view's state, shared by the view and the window around it: the widgets, and
+// the payment under way with the ports its controller drives.
+#pragma once
+
+#include <QLabel>
+#include <QPointer>
+#include <QPushButton>
+#include <QWebEngineCertificateError>
+#include <QWebEngineLoadingInfo>
+#include <QWebEngineView>
+#include <QWidget>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "qipg/QtPaymentView.h"
+#include "ui/window/Session.h"
+
+namespace qipg {
+
+struct QtPaymentView::Impl final : internal::WindowPorts,
+                                   std::enable_shared_from_this<QtPaymentView::Impl> {
+  ~Impl() override;
+
+  // The bar and the place of the web view; idle.
+  void build();
+  // Starts a payment; false with `error` set when one is under way or the options are bad.
+  bool start(const URLRequest& request, std::shared_ptr<IPGPaymentControllerDelegate> delegate,
+             PaymentWindowOptions options, std::string* error);
+  // Ends the payment under way without a word to its delegate (its widget is gone).
+  void abandon();
+  // The view has been shown: the payment under way may load.
+  void shown();
+
+  // ---- WebViewPort
+  void loadRequest(const URLRequest& request) override;
+  void stopLoading() override {
+    if (webView_ != nullptr) webView_->stop();
+  }
+  // The address as the engine reports it, fully encoded and otherwise untouched: an empty
+  // "?" or "#" stays, so such a page is never taken for the final one.
+  Text currentURL() const override;
+  void evaluateJavaScript(const std::string& script,
+                          std::function<void(const Text&)> completion) override {
+    evaluate(script, std::move(completion), false);
+  }
+
+  // ---- BarViewPort
+  Rect bounds() const override;
+  std::shared_ptr<ProgressBarPort> addProgressBar() override;
+
+  // ---- LabelPort
+  void setText(const Text& text) override;
+
+  // ---- PresenterPort: the payment ends; the view stays.
+  void dismiss(bool animated, std::function<void()> completion) override;
+
+  // Evaluates `script`; `alwaysAnswer`: also call `completion` (with absent) when no payment
+  // is under way, else drop it.
+  void evaluate(const std::string& script, std::function<void(const Text&)> completion,
+                bool alwaysAnswer);
+
+  // Called as a payment ends, before its delegate hears of it (the window closes itself).
+  std::function<void()> onEnded;
+
+  QPointer<QWidget> root_;
+  QPointer<QWidget> bar_;
+  QPointer<QLabel> title_;
+  QPointer<QLabel> address_;
+  QPointer<QLabel> lock_;
+  QPointer<QPushButton> cancelButton_;
+  // The payment under way: its web view, and the widget around it that also owns its profile.
+  QPointer<QWebEngineView> webView_;
+  QPointer<QWidget> paymentArea_;
+  // The context of every connection to the payment's page: deleting it cuts them all.
+  std::unique_ptr<QObject> connections_;
+
+  URLRequest request_;
+  PaymentWindowOptions options_;
+  std::shared_ptr<WebviewController> controller_;
+  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
+  std::shared_ptr<internal::PaymentTimers> timers_;         // the payment's
+  std::shared_ptr<Impl> keepAlive_;                         // while a payment is under way
+  std::map<int, std::pair<std::function<void(const Text&)>, bool>> pending_;
+  int nextEvaluation_ = 0;
+  bool loading_ = false;
+  bool appeared_ = false;  // the controller has been told the view is on screen
+  bool active_ = false;
+
+ private:
+  void endPayment();
+  void answerPending();
+  void reportLoad(PageLoadEvent event, const std::string& uri) {
+    if (options_.onPageLoad) options_.onPageLoad(event, uri);
+  }
+  void onLoading(const QWebEngineLoadingInfo& info);
+  void onCertificateError(const QWebEngineCertificateError& error);
+  void showAddress(const QUrl& url);
+};
+
+namespace internal {
+
+// Saves a PNG of `whole` (or with `wholeArea` false, of `page` only) to `path`, owner-only;
+// `completion` hears whether it was saved, from the event loop.
+void saveQtScreenshot(QWidget* whole, QWebEngineView* page, const std::string& path,
+                      std::function<void(bool)> completion, bool wholeArea);
+
+}  // namespace internal
+}  // namespace qipg
