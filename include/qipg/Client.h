@@ -133,6 +133,14 @@ class QIPG_EXPORT Client {
   /// The gateway's base URL in use (canonical form), e.g. "https://127.0.0.1:4431/ipg/".
   const std::string& baseURL() const;
 
+  /// The gateway configuration the client was made with, its base URLs in canonical form (a
+  /// payment window given this client looks for the final page under them).
+  const GatewayConfig& config() const;
+
+  /// ClientOptions::eventHook as given; empty without one (a payment window given this client
+  /// tells its events to it).
+  EventHook eventHook() const;
+
   /// Completes every call under way with ShutDown and stops the client's threads; later calls
   /// complete with ShutDown too. Idempotent; may be called from a callback.
   void shutdown();

@@ -21,6 +21,8 @@
 
 namespace qipg {
 
+class Client;
+
 /// A main-frame load as the host hook sees it, with an address.
 enum class PageLoadEvent {
   Started,   ///< the web view's address at that moment (often still the previous page's)
@@ -40,9 +42,9 @@ enum class WindowSnapshotArea {
 /// neither order, reference nor description), money may still have moved: the customer may
 /// have paid and then closed the window, or the gateway's final page may have been spoilt
 /// on its way. With this option the window then asks the gateway for the order's status
-/// through the client (`PaymentWindowOptions::client`) and hands that record to `onStatus`,
-/// on the window's thread, after the delegate has heard the window's own message (which is
-/// unchanged). A status call that cannot be made or answered gives a record with status "F"
+/// through the client (`PaymentWindowOptions::client` or `cppClient`) and hands that record to
+/// `onStatus`, on the window's thread, after the delegate has heard the window's own message
+/// (which is unchanged). A status call that cannot be made or answered gives a record with status "F"
 /// and the reason as its description. A merchant confirms every such payment this way before
 /// shipping or refusing an order.
 struct QIPG_EXPORT PaymentReconciliation {
@@ -75,6 +77,13 @@ struct QIPG_EXPORT PaymentWindowOptions {
   /// asks the gateway through it.
   std::shared_ptr<QuandrelIPG> client;
 
+  /// The same for a host on qipg::Client (<qipg/Client.h>), instead of `client`: the final
+  /// page is looked for under its base URLs, its event hook hears the window's events, and
+  /// reconciliation asks Client::status with the client's own credentials (the `reconcile`
+  /// credentials are then not used); an error of that call gives a record with status "F" and
+  /// the error's message as its description.
+  std::shared_ptr<Client> cppClient;
+
   /// Without a client: where the final page is (the two base URLs + "paymentInvoice").
   /// Each base URL is taken in canonical form (scheme and host in lower case, default port
   /// dropped), as the client takes it, so "HTTPS://Host:443/ipg/" finds the page the web view
@@ -99,7 +108,8 @@ struct QIPG_EXPORT PaymentWindowOptions {
   /// the controller hears of it. Keep it quick; it must not close the window.
   std::function<void(PageLoadEvent event, const std::string& uri)> onPageLoad;
 
-  /// Opt-in: reconcile a cancelled or unreadable payment with the gateway (needs `client`).
+  /// Opt-in: reconcile a cancelled or unreadable payment with the gateway (needs `client` or
+  /// `cppClient`).
   std::optional<PaymentReconciliation> reconcile;
 
   /// Opt-in: record the payment in the outcome journal.

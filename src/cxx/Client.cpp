@@ -87,6 +87,7 @@ struct Client::Impl : std::enable_shared_from_this<Client::Impl> {
   CommonUtilities parsers;
   std::shared_ptr<Journal> journal;
   std::string environment;  // "test" or "production", as the journal names it
+  EventHook eventHook;                          // as given
   std::shared_ptr<internal::EventSink> events;  // nullptr: no hook
   std::atomic<bool> shutDown{false};
   // Runs the callbacks of calls that end before anything is sent, which must not run on the
@@ -259,6 +260,7 @@ Result<std::shared_ptr<Client>> Client::create(ClientOptions options) {
     impl->baseURL = impl->ipg->CurrentDomainURL();
     impl->environment = options.environment == Environment::Test ? "test" : "production";
     impl->executor = std::move(options.callbackExecutor);
+    impl->eventHook = options.eventHook;
     impl->events = internal::EventSink::create(std::move(options.eventHook));
     if (!options.journalPath.empty()) {
       Result<std::shared_ptr<Journal>> journal = Journal::open(options.journalPath);
@@ -301,6 +303,10 @@ void Client::shutdown() {
 }
 
 const std::string& Client::baseURL() const { return impl_->baseURL; }
+
+const GatewayConfig& Client::config() const { return impl_->ipg->config(); }
+
+EventHook Client::eventHook() const { return impl_->eventHook; }
 
 // ---------------------------------------------------------------- management calls
 

@@ -8,6 +8,7 @@
 
 #include "common/Url.h"
 #include "net/Events.h"
+#include "qipg/Client.h"
 #include "qipg/Journal.h"
 
 namespace qipg::internal {
@@ -22,11 +23,10 @@ PaymentResponse failedStatus(const std::string& reason) {
 
 class ReconcilingDelegate final : public IPGPaymentControllerDelegate {
  public:
-  ReconcilingDelegate(std::shared_ptr<IPGPaymentControllerDelegate> host,
-                      std::shared_ptr<QuandrelIPG> client, PaymentReconciliation reconcile,
-                      PostToWindowThread post)
+  ReconcilingDelegate(std::shared_ptr<IPGPaymentControllerDelegate> host, AskStatus askStatus,
+                      PaymentReconciliation reconcile, PostToWindowThread post)
       : host_(host),
-        client_(std::move(client)),
+        askStatus_(std::move(askStatus)),
         reconcile_(std::move(reconcile)),
         post_(std::move(post)) {}
 
@@ -43,20 +43,15 @@ class ReconcilingDelegate final : public IPGPaymentControllerDelegate {
   void ask() {
     if (asked_) return;
     asked_ = true;
-    auto deliver = [onStatus = reconcile_.onStatus, post = post_](const PaymentResponse& record) {
-      post([onStatus, record] {
+    askStatus_(reconcile_, [onStatus = reconcile_.onStatus, post = post_](PaymentResponse record) {
+      post([onStatus, record = std::move(record)] {
         if (onStatus) onStatus(record);
       });
-    };
-    auto answer = makeResponseDelegate(
-        deliver, [deliver](const std::string& reason) { deliver(failedStatus(reason)); },
-        [deliver](const std::string& reason) { deliver(failedStatus(reason)); });
-    client_->getTransactionStatus(reconcile_.orderID, std::string(), reconcile_.merchantID,
-                                  reconcile_.encryptionKey, answer);
+    });
   }
 
   std::weak_ptr<IPGPaymentControllerDelegate> host_;
-  std::shared_ptr<QuandrelIPG> client_;
+  AskStatus askStatus_;
   PaymentReconciliation reconcile_;
   PostToWindowThread post_;
   bool asked_ = false;
@@ -124,13 +119,13 @@ class EventingDelegate final : public IPGPaymentControllerDelegate {
 
 // The events of a window's payment, started (WindowOpened); nothing without a client's hook.
 std::shared_ptr<const CallEvents> windowEvents(const PaymentWindowOptions& options) {
-  if (!options.client) return std::make_shared<const CallEvents>();
+  const std::optional<WindowClient> client = windowClient(options);
+  if (!client) return std::make_shared<const CallEvents>();
   std::string orderID = options.reconcile ? options.reconcile->orderID
                         : options.journal ? options.journal->orderID
                                           : std::string();
-  return std::make_shared<const CallEvents>(EventSink::create(options.client->eventHook()),
-                                            "payment", std::move(orderID), std::string(),
-                                            options.client->CurrentDomainURL(),
+  return std::make_shared<const CallEvents>(EventSink::create(client->eventHook), "payment",
+                                            std::move(orderID), std::string(), client->baseURL,
                                             EventKind::WindowOpened);
 }
 
@@ -156,11 +151,9 @@ JournalEntryWritten writeJournalEntry(const PaymentWindowOptions& options) {
   entry.amount = about.amount;
   entry.currency = about.currency;
   entry.transactionType = about.transactionType;
-  if (options.client) {
-    entry.baseURL = options.client->CurrentDomainURL();
-    entry.environment = options.client->CurrentDomainURL() == options.client->config().testBaseURL
-                            ? "test"
-                            : "production";
+  if (const std::optional<WindowClient> client = windowClient(options)) {
+    entry.baseURL = client->baseURL;
+    entry.environment = client->baseURL == client->config.testBaseURL ? "test" : "production";
   }
   Result<std::int64_t> id = written.journal->begin(entry);
   if (!id) {
@@ -174,9 +167,43 @@ JournalEntryWritten writeJournalEntry(const PaymentWindowOptions& options) {
 
 }  // namespace
 
+std::optional<WindowClient> windowClient(const PaymentWindowOptions& options) {
+  if (options.client) {
+    return WindowClient{options.client->config(), options.client->CurrentDomainURL(),
+                        options.client->eventHook(),
+                        [client = options.client](const PaymentReconciliation& reconcile,
+                                                  std::function<void(PaymentResponse)> deliver) {
+                          auto answer = makeResponseDelegate(
+                              deliver,
+                              [deliver](const std::string& why) { deliver(failedStatus(why)); },
+                              [deliver](const std::string& why) { deliver(failedStatus(why)); });
+                          client->getTransactionStatus(reconcile.orderID, std::string(),
+                                                       reconcile.merchantID,
+                                                       reconcile.encryptionKey, answer);
+                        }};
+  }
+  if (options.cppClient) {
+    return WindowClient{options.cppClient->config(), options.cppClient->baseURL(),
+                        options.cppClient->eventHook(),
+                        [client = options.cppClient](const PaymentReconciliation& reconcile,
+                                                     std::function<void(PaymentResponse)> deliver) {
+                          client->status({.orderID = reconcile.orderID},
+                                         [deliver](Result<PaymentResponse> status) {
+                                           deliver(status ? status.value()
+                                                          : failedStatus(status.error().message));
+                                         });
+                        }};
+  }
+  return std::nullopt;
+}
+
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options) {
-  if (options.reconcile && !options.client) {
-    return "reconciliation needs the client that built the request (options.client)";
+  if (options.client && options.cppClient) {
+    return "give the window one client: options.client or options.cppClient, not both";
+  }
+  if (options.reconcile && !options.client && !options.cppClient) {
+    return "reconciliation needs the client that built the request (options.client or "
+           "options.cppClient)";
   }
   return std::nullopt;
 }
@@ -193,8 +220,8 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
                                  const std::shared_ptr<WindowPorts>& window,
                                  const std::shared_ptr<TimerSchedulerPort>& timers) {
   WindowController started;
-  started.controller =
-      WebviewController::create(options.client ? options.client->config() : options.gateway);
+  const std::optional<WindowClient> client = windowClient(options);
+  started.controller = WebviewController::create(client ? client->config : options.gateway);
   started.controller->setRequest(request);
   started.onPageLoad = options.onPageLoad;
   PaymentWindowOptions wired = options;
@@ -264,9 +291,10 @@ bool needsReconciliation(bool cancelled, const PaymentResponse& response) {
 std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
     std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
     PostToWindowThread post) {
-  if (!options.reconcile || !options.client) return host;
-  return std::make_shared<ReconcilingDelegate>(std::move(host), options.client, *options.reconcile,
-                                               std::move(post));
+  std::optional<WindowClient> client = windowClient(options);
+  if (!options.reconcile || !client) return host;
+  return std::make_shared<ReconcilingDelegate>(std::move(host), std::move(client->askStatus),
+                                               *options.reconcile, std::move(post));
 }
 
 struct OutcomeRecorder::State {
@@ -276,7 +304,7 @@ struct OutcomeRecorder::State {
 
 OutcomeRecorder::OutcomeRecorder(PaymentWindowOptions& options)
     : state_(std::make_shared<State>()) {
-  state_->reconciling = options.reconcile.has_value() && options.client != nullptr;
+  state_->reconciling = options.reconcile.has_value() && windowClient(options).has_value();
   auto record = [state = state_](bool cancelled, const PaymentResponse& response) {
     if (state->outcome) return;
     state->outcome = PaymentOutcome{cancelled, response, std::nullopt};

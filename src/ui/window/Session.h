@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "qipg/Events.h"
 #include "qipg/IPGPaymentControllerDelegate.h"
 #include "qipg/PaymentWindowOptions.h"
 #include "qipg/WebviewController.h"
@@ -18,6 +19,22 @@ namespace qipg::internal {
 
 // Runs a task on the window's thread; callable from any thread.
 using PostToWindowThread = std::function<void(std::function<void()> task)>;
+
+// Asks the gateway's status of the reconciled order; `deliver` hears the record, or one with
+// status "F" and the reason, on any thread.
+using AskStatus = std::function<void(const PaymentReconciliation& reconcile,
+                                     std::function<void(PaymentResponse record)> deliver)>;
+
+// What a window needs of the client that built its request, of either layer.
+struct WindowClient {
+  GatewayConfig config;  // where the final page is
+  std::string baseURL;   // the base URL in use
+  EventHook eventHook;
+  AskStatus askStatus;
+};
+
+// The options' client (`client` or `cppClient`); absent without one.
+std::optional<WindowClient> windowClient(const PaymentWindowOptions& options);
 
 // Why these options cannot open a window; absent when they can.
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options);

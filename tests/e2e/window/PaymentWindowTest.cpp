@@ -21,6 +21,7 @@
 
 #include "Sandbox.h"
 #include "Toolkit.h"
+#include "qipg/Client.h"
 #include "qipg/QuandrelIPG.h"
 
 namespace qipg {
@@ -159,13 +160,23 @@ struct Flow {
     ASSERT_NE(window, nullptr) << error;
   }
 
-  void reconcile() {
+  // Through the request's QuandrelIPG, or with `cppClientHook` a qipg::Client of the same
+  // gateway with that event hook.
+  void reconcile(EventHook cppClientHook = nullptr) {
     options.client = client;
     options.reconcile = PaymentReconciliation{order, sandbox::kTestMerchantId,
                                               sandbox::kTestMerchantKey,
                                               [this](const PaymentResponse& status) {
                                                 statuses.push_back(status);
                                               }};
+    if (!cppClientHook) return;
+    ClientOptions typed;
+    typed.gateway = client->config();
+    typed.merchantID = sandbox::kTestMerchantId;
+    typed.encryptionKey = sandbox::kTestMerchantKey;
+    typed.eventHook = std::move(cppClientHook);
+    options.client = nullptr;
+    options.cppClient = Client::create(typed).value();
   }
 
   bool told() const { return cancelled + completed.size() > 0; }
@@ -294,8 +305,9 @@ TEST_F(PaymentWindowTest, PaymentsOnTheGatewaysPagesReachTheDelegateAfterDismiss
 }
 
 // The customer leaves (Cancel, or the window's close button), or the final page arrives
-// spoilt: the delegate hears what the window saw, and reconciliation what the gateway knows
-// (the sandbox spoils the final page before it takes the payment).
+// spoilt: the delegate hears what the window saw, and reconciliation what the gateway knows,
+// through the request's QuandrelIPG or a qipg::Client (the sandbox spoils the final page before
+// it takes the payment).
 TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
   const struct {
     const char* name;
@@ -303,10 +315,11 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
     bool cancelled;
     const char* state;   // the gateway's record of the order
     const char* status;  // its status record's code
+    bool cppClient = false;
   } cases[] = {
       {"Cancel on the card form", [](Flow& f) { f.window->pressCancel(); }, true, "pending", "P"},
-      {"the close button", [](Flow& f) { toolkit::closeWithWindowButton(*f.window); }, true,
-       "pending", "P"},
+      {"the close button, a window of qipg::Client",
+       [](Flow& f) { toolkit::closeWithWindowButton(*f.window); }, true, "pending", "P", true},
       {"card form posted, final page without its result",
        [](Flow& f) {
          gateway->setFault(sandbox::Endpoint::kPaymentInvoice, sandbox::Fault::kGarbage);
@@ -317,13 +330,14 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     Flow flow(*gateway, false, "", {});
-    flow.reconcile();
     // The window's steps reach the client's hook, its reconciliation's status call among them.
     auto seen = std::make_shared<std::pair<std::mutex, std::vector<qipg::Event>>>();
-    flow.client->setEventHook([seen](const qipg::Event& event) {
+    const EventHook hook = [seen](const qipg::Event& event) {
       std::lock_guard lock(seen->first);
       seen->second.push_back(event);
-    });
+    };
+    flow.client->setEventHook(hook);
+    flow.reconcile(c.cppClient ? hook : nullptr);
     auto windowSteps = [&] {
       std::lock_guard lock(seen->first);
       std::vector<std::string> steps;
