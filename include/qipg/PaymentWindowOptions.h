@@ -104,6 +104,19 @@ struct QIPG_EXPORT PaymentWindowOptions {
   /// QWidget* for the Qt one); nullptr: a window of its own.
   void* transientFor = nullptr;
 
+  /// Kiosk: the window fills the screen (a view fills what its host gives it).
+  bool fullScreen = false;
+  /// Kiosk: false leaves the window without a close button; the payment ends by its own
+  /// Cancel, its end or the idle limit (the host decides about its own window).
+  bool closeButton = true;
+  /// Kiosk: an unfinished payment is cancelled after this many seconds without the customer's
+  /// input (keys, pointer, touch) in the window or view, as if Cancel were pressed; with
+  /// `reconcile`, it is then reconciled. 0: never.
+  unsigned idleCancelSeconds = 0;
+  /// Readable at arm's length on a touch screen: larger text in the bar and touch-sized targets
+  /// (a Cancel button at least 48 pixels high, a taller bar).
+  bool largeText = false;
+
   /// Host hook: called on every start, finish and failure of a main-frame load, just before
   /// the controller hears of it. Keep it quick; it must not close the window.
   std::function<void(PageLoadEvent event, const std::string& uri)> onPageLoad;

@@ -26,6 +26,7 @@ using internal::watch;
 namespace {
 
 constexpr int kBarHeight = 48;
+constexpr int kLargeBarHeight = 64;  // with large text: room for a 48-pixel touch target
 
 constexpr char kStyle[] = R"css(
 .qipg-bar {
@@ -47,6 +48,10 @@ constexpr char kStyle[] = R"css(
 .qipg-title { font-weight: bold; font-size: 16px; color: #111; }
 .qipg-address { font-size: 13px; color: #555; }
 .qipg-lock { color: #555; }
+.qipg-large .qipg-bar { min-height: 64px; }
+.qipg-large .qipg-bar button.qipg-cancel { font-size: 22px; min-height: 48px; min-width: 96px; }
+.qipg-large .qipg-title { font-size: 22px; }
+.qipg-large .qipg-address { font-size: 17px; }
 )css";
 
 std::string toText(const char* text) { return text != nullptr ? text : ""; }
@@ -187,6 +192,27 @@ void PaymentView::Impl::build() {
 
   g_signal_connect(cancel, "clicked", G_CALLBACK(&Impl::onCancelClicked), this);
   g_signal_connect(root_, "map", G_CALLBACK(&Impl::onMap), this);
+  // The customer's input anywhere in the view, the page's included, before the page sees it.
+  GtkEventController* input = gtk_event_controller_legacy_new();
+  gtk_event_controller_set_propagation_phase(input, GTK_PHASE_CAPTURE);
+  g_signal_connect(input, "event", G_CALLBACK(&Impl::onInput), this);
+  gtk_widget_add_controller(root_, input);
+}
+
+gboolean PaymentView::Impl::onInput(GtkEventControllerLegacy*, GdkEvent* event, gpointer data) {
+  switch (gdk_event_get_event_type(event)) {
+    case GDK_KEY_PRESS:
+    case GDK_BUTTON_PRESS:
+    case GDK_TOUCH_BEGIN:
+    case GDK_TOUCH_UPDATE:
+    case GDK_SCROLL:
+    case GDK_MOTION_NOTIFY:
+      static_cast<Impl*>(data)->idle_.touched();
+      break;
+    default:
+      break;
+  }
+  return FALSE;
 }
 
 bool PaymentView::Impl::start(const URLRequest& request,
@@ -239,6 +265,18 @@ bool PaymentView::Impl::start(const URLRequest& request,
   options_.onPageLoad = std::move(started.onPageLoad);
   active_ = true;
   keepAlive_ = self;
+  idle_.start(options_.idleCancelSeconds, *timers_, [this] {
+    if (active_) controller_->cancelButtonPressed();
+  });
+  if (options_.largeText) {
+    gtk_widget_add_css_class(root_, "qipg-large");
+  } else {
+    gtk_widget_remove_css_class(root_, "qipg-large");
+  }
+  if (bar_ != nullptr) {
+    gtk_widget_set_size_request(GTK_WIDGET(bar_), -1,
+                                options_.largeText ? kLargeBarHeight : kBarHeight);
+  }
   if (cancelButton_ != nullptr) gtk_widget_set_sensitive(cancelButton_, TRUE);
   if (gtk_widget_get_mapped(root_)) appear();
   return true;

@@ -85,6 +85,7 @@ struct PaymentView::Impl final : internal::WindowPorts,
   std::optional<URLRequest> lastLoaded_;
   bool currentLoadFailed_ = false;
   std::set<std::string> tlsAllowedHosts_;
+  internal::IdleLimit idle_;
 
  private:
   void appear();
@@ -111,6 +112,7 @@ struct PaymentView::Impl final : internal::WindowPorts,
                                      gpointer data);
   static void onCancelClicked(GtkButton*, gpointer data);
   static void onMap(GtkWidget*, gpointer data);
+  static gboolean onInput(GtkEventControllerLegacy*, GdkEvent* event, gpointer data);
 };
 
 }  // namespace qipg

@@ -100,6 +100,8 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
     gtk_window_set_modal(impl->window_, TRUE);
     gtk_window_set_destroy_with_parent(impl->window_, TRUE);
   }
+  gtk_window_set_deletable(impl->window_, options.closeButton);
+  if (options.fullScreen) gtk_window_fullscreen(impl->window_);
   if (!view.start(request, std::move(delegate), std::move(options), error)) {
     gtk_window_destroy(impl->window_);
     return nullptr;

@@ -40,6 +40,48 @@ constexpr char kStyle[] = R"css(
 #qipg-address { font-size: 13px; color: #555; }
 )css";
 
+// With large text: readable at arm's length, and a Cancel of touch size.
+constexpr int kLargeBarHeight = 64;
+constexpr char kLargeStyle[] = R"css(
+#qipg-cancel { font-size: 22px; min-height: 48px; min-width: 96px; }
+#qipg-title { font-size: 22px; }
+#qipg-address { font-size: 17px; }
+)css";
+
+// Tells `touched` of the customer's input (keys, pointer, touch) anywhere in `root`, the page's
+// own widgets included, before they see it.
+class InputWatch final : public QObject {
+ public:
+  InputWatch(QWidget* root, std::function<void()> touched)
+      : QObject(root), root_(root), touched_(std::move(touched)) {
+    qApp->installEventFilter(this);
+  }
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    switch (event->type()) {
+      case QEvent::KeyPress:
+      case QEvent::MouseButtonPress:
+      case QEvent::MouseMove:
+      case QEvent::TouchBegin:
+      case QEvent::TouchUpdate:
+      case QEvent::Wheel:
+        if (auto* widget = qobject_cast<QWidget*>(watched);
+            widget != nullptr && root_ != nullptr && (widget == root_ || root_->isAncestorOf(widget))) {
+          touched_();
+        }
+        break;
+      default:
+        break;
+    }
+    return false;
+  }
+
+ private:
+  QPointer<QWidget> root_;
+  std::function<void()> touched_;
+};
+
 std::string toStd(const QString& text) { return text.toUtf8().toStdString(); }
 
 std::string urlText(const QUrl& url) {
@@ -205,6 +247,9 @@ void QtPaymentView::Impl::build() {
   root->onShown = [weak = weak_from_this()] {
     if (auto self = weak.lock()) self->shown();
   };
+  new InputWatch(root, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->idle_.touched();
+  });
 }
 
 bool QtPaymentView::Impl::start(const URLRequest& request,
@@ -272,6 +317,11 @@ bool QtPaymentView::Impl::start(const URLRequest& request,
   options_.onPageLoad = std::move(started.onPageLoad);
   active_ = true;
   keepAlive_ = self;
+  idle_.start(options_.idleCancelSeconds, *timers_, [this] {
+    if (active_) controller_->cancelButtonPressed();
+  });
+  root_->setStyleSheet(options_.largeText ? QString(kStyle) + kLargeStyle : QString(kStyle));
+  if (bar_ != nullptr) bar_->setFixedHeight(options_.largeText ? kLargeBarHeight : kBarHeight);
   if (cancelButton_ != nullptr) cancelButton_->setEnabled(true);
   if (root_->isVisible()) QTimer::singleShot(0, root_, [weak = weak_from_this()] {
       if (auto view = weak.lock()) view->shown();

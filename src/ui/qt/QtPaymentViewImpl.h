@@ -88,6 +88,7 @@ struct QtPaymentView::Impl final : internal::WindowPorts,
   bool loading_ = false;
   bool appeared_ = false;  // the controller has been told the view is on screen
   bool active_ = false;
+  internal::IdleLimit idle_;
 
  private:
   void endPayment();

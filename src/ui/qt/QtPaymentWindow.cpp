@@ -97,6 +97,11 @@ std::shared_ptr<QtPaymentWindow> presentQtPaymentWindow(
     window->setParent(static_cast<QWidget*>(options.transientFor), Qt::Window);
     window->setWindowModality(Qt::WindowModal);
   }
+  if (!options.closeButton) {
+    window->setWindowFlags(window->windowFlags() | Qt::CustomizeWindowHint);
+    window->setWindowFlag(Qt::WindowCloseButtonHint, false);
+  }
+  const bool fullScreen = options.fullScreen;
   auto* column = new QVBoxLayout(window);
   column->setContentsMargins(0, 0, 0, 0);
   column->addWidget(view.root_);
@@ -122,7 +127,7 @@ std::shared_ptr<QtPaymentWindow> presentQtPaymentWindow(
     }
   });
   impl->keepAlive_ = impl;
-  window->show();
+  fullScreen ? window->showFullScreen() : window->show();
   return std::make_shared<QtPaymentWindow>(std::move(impl));
 }
 

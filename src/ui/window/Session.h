@@ -67,6 +67,24 @@ class PaymentTimers final : public TimerSchedulerPort {
   std::vector<std::shared_ptr<TimerPort>> timers_;
 };
 
+// Cancels an unfinished payment after a number of seconds without the customer's input.
+class IdleLimit {
+ public:
+  // Counts on `timers` (the payment's); 0 seconds: never.
+  void start(unsigned seconds, TimerSchedulerPort& timers, std::function<void()> cancel) {
+    idle_ = 0;
+    if (seconds == 0) return;
+    timers.scheduleRepeating(1.0, [this, seconds, cancel = std::move(cancel)] {
+      if (++idle_ == seconds) cancel();
+    });
+  }
+  // The customer did something.
+  void touched() { idle_ = 0; }
+
+ private:
+  unsigned idle_ = 0;
+};
+
 // A window's controller and the delegate it was given (which the window keeps alive).
 struct WindowController {
   std::shared_ptr<WebviewController> controller;

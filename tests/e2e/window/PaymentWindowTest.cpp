@@ -304,8 +304,8 @@ TEST_F(PaymentWindowTest, PaymentsOnTheGatewaysPagesReachTheDelegateAfterDismiss
   }
 }
 
-// The customer leaves (Cancel, or the window's close button), or the final page arrives
-// spoilt: the delegate hears what the window saw, and reconciliation what the gateway knows,
+// The customer leaves (Cancel, the window's close button, or a kiosk's idle limit), or the
+// final page arrives spoilt: the delegate hears what the window saw, and reconciliation what the gateway knows,
 // through the request's QuandrelIPG or a qipg::Client (the sandbox spoils the final page before
 // it takes the payment).
 TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
@@ -316,6 +316,7 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
     const char* state;   // the gateway's record of the order
     const char* status;  // its status record's code
     bool cppClient = false;
+    unsigned idleSeconds = 0;  // a kiosk's limit, with large text
   } cases[] = {
       {"Cancel on the card form", [](Flow& f) { f.window->pressCancel(); }, true, "pending", "P"},
       {"the close button, a window of qipg::Client",
@@ -326,10 +327,14 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
          f.run(fillCardForm("4111111111111111"));
        },
        false, "pending", "P"},
+      {"a kiosk's idle limit", [](Flow&) {}, true, "pending", "P", false, 1},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Flow flow(*gateway, false, "", {});
+    Flow flow(*gateway, false, "", {}, [&](PaymentWindowOptions& options) {
+      options.idleCancelSeconds = c.idleSeconds;
+      options.largeText = options.fullScreen = c.idleSeconds > 0;
+    });
     // The window's steps reach the client's hook, its reconciliation's status call among them.
     auto seen = std::make_shared<std::pair<std::mutex, std::vector<qipg::Event>>>();
     const EventHook hook = [seen](const qipg::Event& event) {
