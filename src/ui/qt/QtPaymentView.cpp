@@ -289,6 +289,7 @@ bool QtPaymentView::Impl::start(const URLRequest& request,
   areaColumn->addWidget(webView);
   auto* column = static_cast<QVBoxLayout*>(root_->layout());
   column->insertWidget(1, area, 1);
+  column->setStretch(column->count() - 1, 0);  // the empty place below gives way to the page
 
   connections_ = std::make_unique<QObject>();
   QObject* context = connections_.get();
@@ -350,6 +351,10 @@ void QtPaymentView::Impl::endPayment() {
   }
   webView_ = nullptr;
   paymentArea_ = nullptr;
+  if (root_ != nullptr) {
+    auto* column = static_cast<QVBoxLayout*>(root_->layout());
+    column->setStretch(column->count() - 1, 1);
+  }
   // The payment's progress lines go with it.
   if (bar_ != nullptr) {
     for (QWidget* line : bar_->findChildren<QWidget*>("qipg-progress-line")) line->deleteLater();
@@ -556,8 +561,10 @@ void saveQtScreenshot(QWidget* whole, QWebEngineView* page, const std::string& p
 
 void QtPaymentView::saveScreenshot(const std::string& pngPath,
                                    std::function<void(bool)> completion, WindowSnapshotArea area) {
-  internal::saveQtScreenshot(impl_->active_ ? impl_->root_.data() : nullptr, impl_->webView_.data(),
-                             pngPath, std::move(completion), area == WindowSnapshotArea::Window);
+  // The window the view is in: the host's, with whatever else it shows.
+  internal::saveQtScreenshot(impl_->active_ && impl_->root_ ? impl_->root_->window() : nullptr,
+                             impl_->webView_.data(), pngPath, std::move(completion),
+                             area == WindowSnapshotArea::Window);
 }
 
 void QtPaymentView::pressCancel() {
