@@ -30,10 +30,13 @@
 #ifdef QIPG_HAVE_SANDBOX
 #include "Sandbox.h"
 #endif
+#include "Till.h"
 #ifdef QIPG_HAVE_GTK
+#include "qipg/PaymentView.h"
 #include "qipg/PaymentWindow.h"
 #endif
 #ifdef QIPG_HAVE_QT
+#include "qipg/QtPaymentView.h"
 #include "qipg/QtPaymentWindow.h"
 #endif
 
@@ -122,13 +125,56 @@ Toolkit toolkitOf() {
       runUntil};
 }
 
-Toolkit toolkitNamed([[maybe_unused]] const std::string& name) {
+// The view class V (qipg::PaymentView or qipg::QtPaymentView) in a till window shown by
+// `showTill`: the first payment makes the view and the till, and every payment after it starts
+// in the same view. The till's screenshots picture the whole till.
+template <class V, auto runUntil, auto showTill>
+Toolkit embeddedToolkitOf() {
+  class Adapter final : public Window {
+   public:
+    explicit Adapter(std::shared_ptr<V> view) : view_(std::move(view)) {}
+    void runJavaScript(const std::string& script,
+                       std::function<void(const qipg::Text&)> completion) override {
+      view_->runJavaScript(script, std::move(completion));
+    }
+    void saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion) override {
+      view_->saveScreenshot(pngPath, std::move(completion), qipg::WindowSnapshotArea::Window);
+    }
+    void pressCancel() override { view_->pressCancel(); }
+    bool isOpen() const override { return view_->isActive(); }
+
+   private:
+    std::shared_ptr<V> view_;
+  };
+  auto view = std::make_shared<std::shared_ptr<V>>();
+  return {[view](const qipg::URLRequest& request,
+                 std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
+                 const qipg::PaymentWindowOptions& options,
+                 std::string* error) -> std::unique_ptr<Window> {
+            if (!*view) {
+              *view = V::create(error);
+              if (!*view) return nullptr;
+              showTill((*view)->widget(), "1500.00");
+            }
+            if (!(*view)->start(request, std::move(delegate), options, error)) return nullptr;
+            return std::make_unique<Adapter>(*view);
+          },
+          runUntil};
+}
+
+Toolkit toolkitNamed([[maybe_unused]] const std::string& name, [[maybe_unused]] bool embedded) {
 #ifdef QIPG_HAVE_QT
+  if (name == "qt" && embedded) {
+    return embeddedToolkitOf<qipg::QtPaymentView, &qipg::runQtMainLoopUntil, &showQtTill>();
+  }
   if (name == "qt")
     return toolkitOf<qipg::QtPaymentWindow, &qipg::presentQtPaymentWindow,
                      &qipg::runQtMainLoopUntil>();
 #endif
 #ifdef QIPG_HAVE_GTK
+  if (embedded) {
+    return embeddedToolkitOf<qipg::PaymentView, &qipg::runMainLoopUntil, &showGtkTill>();
+  }
   return toolkitOf<qipg::PaymentWindow, &qipg::presentPaymentWindow, &qipg::runMainLoopUntil>();
 #else
   return {};
@@ -518,7 +564,7 @@ class Tour {
   std::vector<std::string> screenshots_;
 };
 
-int runDemo(const std::string& outDir, const std::string& toolkit) {
+int runDemo(const std::string& outDir, const std::string& toolkit, bool embedded) {
   const std::filesystem::path out = outDir;
   std::error_code error;
   std::filesystem::create_directories(out, error);
@@ -526,13 +572,13 @@ int runDemo(const std::string& outDir, const std::string& toolkit) {
     std::cerr << "ipg demo: cannot use " << out << " for the screenshots\n";
     return 1;
   }
-  Tour tour(std::filesystem::absolute(out), toolkitNamed(toolkit));
+  Tour tour(std::filesystem::absolute(out), toolkitNamed(toolkit, embedded));
   return tour.run();
 }
 
 #else
 
-int runDemo(const std::string&, const std::string&) {
+int runDemo(const std::string&, const std::string&, bool) {
   std::cerr << "ipg demo: this build has no sandbox gateway or no payment window\n";
   return 1;
 }
@@ -544,6 +590,7 @@ int runDemo(const std::string&, const std::string&) {
 Command addDemoCommand(CLI::App& app) {
   auto out = std::make_shared<std::string>("demo-output");
   auto toolkit = std::make_shared<std::string>("gtk");
+  auto embedded = std::make_shared<bool>(false);
   CLI::App* sub =
       app.add_subcommand("demo", "the tour: five operations end to end against a sandbox");
   sub->footer(
@@ -559,15 +606,19 @@ Command addDemoCommand(CLI::App& app) {
       "screenshots of the payment page and of the final page in the output directory. The\n"
       "window is WebKitGTK's, or Qt WebEngine's with --toolkit qt: the same tour, the same\n"
       "screenshots and table. A payment that ends unclear (cancelled) is confirmed with the\n"
-      "gateway's status of the order.\n");
+      "gateway's status of the order. With --embedded the payments run in the payment view\n"
+      "placed in a small till window (a cart, a total, Pay), payment after payment in the same\n"
+      "view, and the screenshots show the whole till.\n");
   sub->add_option("--out", *out, "directory for the screenshots (default demo-output)");
   addToolkitOption(*sub, *toolkit);
-  return {sub, [out, toolkit] {
+  sub->add_flag("--embedded", *embedded,
+                "the payment view embedded in a till window instead of the payment window");
+  return {sub, [out, toolkit, embedded] {
             if (const std::string missing = toolkitMissing(*toolkit); !missing.empty()) {
               std::cerr << "ipg demo: " << missing << "\n";
               return kExitUsage;
             }
-            return runDemo(*out, *toolkit);
+            return runDemo(*out, *toolkit, *embedded);
           }};
 }
 

@@ -69,9 +69,10 @@ class QIPG_EXPORT PaymentView {
   void runJavaScript(const std::string& script,
                      std::function<void(const Text& result)> completion = {});
 
-  /// Saves a PNG of `area` (WebView: the page; Window: the whole view) to `pngPath` (created
-  /// owner-only, 0600) and calls `completion` once with whether it worked. The page may show
-  /// what the customer typed: mind where it goes.
+  /// Saves a PNG of `area` (WebView: the page; Window: the whole window the view is in, the
+  /// host's, with whatever else it shows) to `pngPath` (created owner-only, 0600) and calls
+  /// `completion` once with whether it worked. The page may show what the customer typed:
+  /// mind where it goes.
   void saveScreenshot(const std::string& pngPath, std::function<void(bool saved)> completion,
                       WindowSnapshotArea area = WindowSnapshotArea::Window);
 

@@ -593,8 +593,10 @@ void PaymentView::saveScreenshot(const std::string& pngPath, std::function<void(
     if (completion) completion(false);
     return;
   }
-  internal::saveScreenshot(impl_->root_, GTK_WIDGET(impl_->webView_), pngPath,
-                           std::move(completion), area == WindowSnapshotArea::Window);
+  // The window the view is in: the host's, with whatever else it shows.
+  GtkWidget* window = GTK_WIDGET(gtk_widget_get_root(impl_->root_));
+  internal::saveScreenshot(window != nullptr ? window : impl_->root_, GTK_WIDGET(impl_->webView_),
+                           pngPath, std::move(completion), area == WindowSnapshotArea::Window);
 }
 
 void PaymentView::pressCancel() {
