@@ -5,6 +5,7 @@
 #include <qipg/Client.h>
 
 #include <atomic>
+#include <ctime>
 #include <future>
 #include <functional>
 #include <sstream>
@@ -282,8 +283,15 @@ TEST_F(ClientLayerTest, PaymentsAndTheirExtraChecks) {
                                       .card = {.number = "4111111111111111", .expiry = "1299",
                                                .cvv = "123", .holderName = "Jane Doe"}};
   using Edit = std::function<void(qipg::CardCapturePayment&)>;
+  // A card is good up to the end of its expiry month: this month's card still pays.
+  const std::time_t now = std::time(nullptr);
+  std::tm utc{};
+  gmtime_r(&now, &utc);  // the month the client checks against
+  char thisMonth[8];
+  std::strftime(thisMonth, sizeof thisMonth, "%m%y", &utc);
   const std::vector<std::pair<Edit, std::string>> cardCases = {
       {[](auto&) {}, ""},
+      {[&](auto& p) { p.card.expiry = thisMonth; }, ""},
       {[](auto& p) { p.orderID = ""; }, "Missing value for Order ID"},  // the interface's first
       {[](auto& p) { p.amount = "0"; },
        "Invalid Transaction Amount Input: must be greater than zero"},
