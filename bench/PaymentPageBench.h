@@ -8,7 +8,9 @@
 //   - reading the result once the final page has loaded, beside the engine's load of it;
 //   - the proportional memory (PSS) of a process and its browser processes with the card form
 //     shown in our window, beside a bare engine view (no library code, the same engine
-//     settings) showing the same form, each in a fresh process.
+//     settings) showing the same form, each in a fresh process;
+//   - the PSS after 50 payments one after another in one payment view (in a till window),
+//     beside the PSS after its first payment (--view-payments=N for another count).
 //
 // Needs a display: run it through scripts/with-display. Without one it says so and exits 0.
 //   scripts/with-display build/bin/bench_payment_page[_qt] [--iterations=N]
@@ -259,6 +261,43 @@ int memoryWithForm(const std::string& dir, bool bare) {
   std::_Exit(0);  // the engines' teardown is not measured
 }
 
+// In a child process: `payments` payments one after another in one payment view, embedded in
+// a till window; the PSS after the first and after the last. Prints "VIEW <KiB> <KiB>".
+int paymentsInOneView(const std::string& dir, int payments) {
+  auto gateway = startGateway(dir + "/view-" + std::to_string(getpid()));
+  if (!gateway) return 1;
+  const std::string formPage = gateway->baseURL() + "doMEPayRequest";
+  std::shared_ptr<toolkit::Window> till;
+  long afterFirst = 0;
+  for (int n = 0; n < payments; ++n) {
+    std::shared_ptr<qipg::QuandrelIPG> client;
+    auto request = paymentRequest(*gateway, client);
+    if (!request) return 1;
+    bool formShown = false, told = false;
+    auto delegate = qipg::makePaymentControllerDelegate([&](const qipg::PaymentResponse&) { told = true; },
+                                                        [&] { told = true; });
+    auto options = windowOptions(*gateway, client);
+    options.onPageLoad = [&](qipg::PageLoadEvent event, const std::string& uri) {
+      if (event == qipg::PageLoadEvent::Finished && uri == formPage) formShown = true;
+    };
+    std::string error;
+    if (!till) {
+      till = toolkit::present(*request, delegate, options, &error);  // the till and its view
+      if (!till) return 1;
+    } else if (!till->view()->start(*request, delegate, options, &error)) {
+      return 1;
+    }
+    if (!toolkit::spinUntil([&] { return formShown; })) return 1;
+    till->runJavaScript(fillScript());
+    if (!toolkit::spinUntil([&] { return told; })) return 1;
+    toolkit::spinUntil([] { return false; }, 1);  // what the ended payment let go of is gone
+    if (n == 0) afterFirst = pssKiB();
+  }
+  std::printf("VIEW %ld %ld\n", afterFirst, pssKiB());
+  std::fflush(stdout);
+  std::_Exit(0);  // the engines' teardown is not measured
+}
+
 struct ReadOut {
   double loadNs = 0;     // the engine: final page load started -> finished
   double readOutNs = 0;  // the controller: final page finished -> delegate told
@@ -305,12 +344,14 @@ void row(const char* figure, double figureValue, const char* baseline, double ba
 int run(int argc, char** argv) {
   int iterations = 9;
   int firstOpens = 4;
+  int viewPayments = 50;
   std::string child;
   for (int i = 1; i < argc; ++i) {
     if (std::strncmp(argv[i], "--iterations=", 13) == 0) iterations = std::atoi(argv[i] + 13);
     if (std::strncmp(argv[i], "--first-opens=", 14) == 0) firstOpens = std::atoi(argv[i] + 14);
     if (std::strncmp(argv[i], "--first-open=", 13) == 0) child = argv[i] + 13;
     if (std::strncmp(argv[i], "--memory=", 9) == 0) child = std::string("memory-") + (argv[i] + 9);
+    if (std::strncmp(argv[i], "--view-payments=", 16) == 0) viewPayments = std::atoi(argv[i] + 16);
   }
   iterations = std::clamp(iterations, 1, 1000);
   firstOpens = std::clamp(firstOpens, 0, 100);
@@ -333,6 +374,7 @@ int run(int argc, char** argv) {
     std::filesystem::remove_all(dir);
     return 0;
   }
+  if (child == "memory-view") return paymentsInOneView(dir, viewPayments);
   if (child.rfind("memory-", 0) == 0) return memoryWithForm(dir, child == "memory-bare");
   if (!child.empty()) return firstOpen(dir, child == "warm");
 
@@ -379,6 +421,16 @@ int run(int argc, char** argv) {
       (bare ? bareKiB : oursKiB).push_back(kib[0]);
     }
   }
+  // Payment after payment in one view, in a fresh process that embeds it.
+  std::vector<double> viewKiB;
+  setenv("QIPG_TEST_EMBEDDED", "1", 1);
+  const bool viewRan = runChild(self, "--memory=view --view-payments=" + std::to_string(viewPayments),
+                                "VIEW", viewKiB) && viewKiB.size() == 2;
+  unsetenv("QIPG_TEST_EMBEDDED");
+  if (!viewRan) {
+    std::fprintf(stderr, "bench: the payments in one view did not all end\n");
+    return 1;
+  }
   qipg::URLRequest get;
   get.url = direct.formURL();
   get.httpMethod = "GET";
@@ -422,6 +474,8 @@ int run(int argc, char** argv) {
       median(loads));
   row("PSS with the card form shown, our window", median(oursKiB),
       "bare engine view, same form and settings", median(bareKiB), "KiB");
+  const std::string afterAll = "PSS after " + std::to_string(viewPayments) + " payments in one view";
+  row(afterAll.c_str(), viewKiB[1], "after its first payment", viewKiB[0], "KiB");
   if (firstOpens > 0) {
     std::printf("\npeak RSS with one window open (process and its browser processes): %.0f KiB\n",
                 median(rss));
