@@ -233,6 +233,7 @@ void QtPaymentView::Impl::build() {
   cancel->setEnabled(false);
 
   auto* column = new QVBoxLayout(root);
+  column_ = column;
   column->setContentsMargins(0, 0, 0, 0);
   column->setSpacing(0);
   column->addWidget(bar);
@@ -287,9 +288,8 @@ bool QtPaymentView::Impl::start(const URLRequest& request,
   webView->setPage(page);
   webView->setContextMenuPolicy(Qt::NoContextMenu);
   areaColumn->addWidget(webView);
-  auto* column = static_cast<QVBoxLayout*>(root_->layout());
-  column->insertWidget(1, area, 1);
-  column->setStretch(column->count() - 1, 0);  // the empty place below gives way to the page
+  column_->insertWidget(1, area, 1);
+  column_->setStretch(column_->count() - 1, 0);  // the empty place below gives way to the page
 
   connections_ = std::make_unique<QObject>();
   QObject* context = connections_.get();
@@ -351,10 +351,7 @@ void QtPaymentView::Impl::endPayment() {
   }
   webView_ = nullptr;
   paymentArea_ = nullptr;
-  if (root_ != nullptr) {
-    auto* column = static_cast<QVBoxLayout*>(root_->layout());
-    column->setStretch(column->count() - 1, 1);
-  }
+  if (column_ != nullptr) column_->setStretch(column_->count() - 1, 1);
   // The payment's progress lines go with it.
   if (bar_ != nullptr) {
     for (QWidget* line : bar_->findChildren<QWidget*>("qipg-progress-line")) line->deleteLater();

@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
+#include <QVBoxLayout>
 #include <QWebEngineCertificateError>
 #include <QWebEngineLoadingInfo>
 #include <QWebEngineView>
@@ -66,6 +67,7 @@ struct QtPaymentView::Impl final : internal::WindowPorts,
   std::function<void()> onEnded;
 
   QPointer<QWidget> root_;
+  QPointer<QVBoxLayout> column_;  // the bar, the payment's place, and the room below
   QPointer<QWidget> bar_;
   QPointer<QLabel> title_;
   QPointer<QLabel> address_;
