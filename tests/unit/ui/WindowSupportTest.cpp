@@ -47,7 +47,8 @@ TEST(WindowReconciliation, OnlyUnclearEndingsAreReconciled) {
     options.reconcile = PaymentReconciliation{};
     return options;
   }()),
-            "reconciliation needs the client that built the request (options.client)");
+            "reconciliation needs the client that built the request (options.client or "
+            "options.cppClient)");
 }
 
 }  // namespace
