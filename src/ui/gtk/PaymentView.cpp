@@ -146,6 +146,8 @@ void PaymentView::Impl::build() {
   root_ = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   g_object_ref_sink(root_);
   gtk_widget_add_css_class(root_, "qipg-payment-view");
+  gtk_accessible_update_property(GTK_ACCESSIBLE(root_), GTK_ACCESSIBLE_PROPERTY_LABEL, "Payment",
+                                 -1);
   gtk_widget_set_vexpand(root_, TRUE);
   gtk_widget_set_hexpand(root_, TRUE);
 
@@ -174,11 +176,15 @@ void PaymentView::Impl::build() {
   GtkWidget* addressRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
   gtk_widget_set_halign(addressRow, GTK_ALIGN_CENTER);
   GtkWidget* lock = gtk_image_new_from_icon_name("channel-secure-symbolic");
+  gtk_accessible_update_property(GTK_ACCESSIBLE(lock), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                 "Secure connection", -1);
   watch(lock_, lock);
   gtk_widget_add_css_class(lock, "qipg-lock");
   gtk_widget_set_visible(lock, FALSE);
   GtkWidget* address = gtk_label_new("");
   watch(address_, address);
+  gtk_accessible_update_property(GTK_ACCESSIBLE(address), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
+                                 "Address of the page shown", -1);
   gtk_widget_add_css_class(address, "qipg-address");
   gtk_label_set_ellipsize(address_, PANGO_ELLIPSIZE_MIDDLE);
   gtk_box_append(GTK_BOX(addressRow), lock);
@@ -240,6 +246,8 @@ bool PaymentView::Impl::start(const URLRequest& request,
     g_object_ref_sink(webView);
   }
   watch(webView_, webView);
+  gtk_accessible_update_property(GTK_ACCESSIBLE(webView), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                 "Payment page", -1);
   gtk_widget_set_vexpand(webView, TRUE);
   gtk_widget_set_hexpand(webView, TRUE);
   WebKitSettings* settings = webkit_web_view_get_settings(webView_);

@@ -47,7 +47,8 @@ std::shared_ptr<ProgressLine> ProgressLine::addTo(GtkOverlay* bar) {
   gtk_widget_set_can_focus(widget, FALSE);
   gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_VALUE_MIN, 0.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_MAX, 1.0,
-                                 GTK_ACCESSIBLE_PROPERTY_VALUE_NOW, 0.0, -1);
+                                 GTK_ACCESSIBLE_PROPERTY_VALUE_NOW, 0.0,
+                                 GTK_ACCESSIBLE_PROPERTY_LABEL, "Loading", -1);
   auto state = std::make_shared<ProgressLineState>();
   // The widget shares the state through its draw function and its object data.
   gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(widget), &drawLine, new SharedState(state),

@@ -12,6 +12,7 @@ class ProgressLine::Widget final : public QWidget {
   Widget(QWidget* bar, std::shared_ptr<ProgressLineState> state)
       : QWidget(bar), state_(std::move(state)) {
     setObjectName("qipg-progress-line");
+    setAccessibleName("Loading");
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setFocusPolicy(Qt::NoFocus);
   }

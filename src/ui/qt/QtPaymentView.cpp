@@ -185,6 +185,7 @@ void QtPaymentView::Impl::build() {
   auto* root = new Root();
   root_ = root;
   root->setStyleSheet(kStyle);
+  root->setAccessibleName("Payment");
   root->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 
   // The bar: Cancel at the leading edge; in the middle the title label (empty, so hidden)
@@ -207,10 +208,12 @@ void QtPaymentView::Impl::build() {
   auto* lock = new QLabel(bar);
   lock_ = lock;
   lock->setPixmap(lockPixmap());
+  lock->setAccessibleName("Secure connection");
   lock->hide();
   auto* address = new QLabel(bar);
   address_ = address;
   address->setObjectName("qipg-address");
+  address->setAccessibleDescription("Address of the page shown");
 
   auto* addressRow = new QHBoxLayout();
   addressRow->setSpacing(4);
@@ -287,6 +290,7 @@ bool QtPaymentView::Impl::start(const URLRequest& request,
   page->settings()->setAttribute(QWebEngineSettings::JavascriptCanOpenWindows, false);
   webView->setPage(page);
   webView->setContextMenuPolicy(Qt::NoContextMenu);
+  webView->setAccessibleName("Payment page");
   areaColumn->addWidget(webView);
   column_->insertWidget(1, area, 1);
   column_->setStretch(column_->count() - 1, 0);  // the empty place below gives way to the page
