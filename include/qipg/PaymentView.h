@@ -16,6 +16,10 @@
 /// with Cancel insensitive, and the delegate is told from an idle callback, after which
 /// isActive() is false and the next payment may start.
 ///
+/// The view holds its widget: a host that takes it out of its layout, or destroys the window
+/// it was in, while a payment is under way leaves that payment running in the widget (hidden),
+/// to be placed again or ended with pressCancel().
+///
 /// This header needs no GTK headers and is not part of <qipg/qipg.h>; link QuandrelIPG::qipg-gtk.
 ///
 /// Thread-safety: none. Call everything on the GTK main thread; every callback, hook and
