@@ -118,17 +118,12 @@ GtkWidget* takeWarmWebView(WebKitNetworkSession** session) {
   return view;
 }
 
-// The timers of the payment under way, of every view.
-std::shared_ptr<internal::PaymentTimers> newPaymentTimers() {
-  return std::make_shared<internal::PaymentTimers>(internal::mainLoopTimerScheduler());
-}
-
 }  // namespace
 
 // ---------------------------------------------------------------- the view
 
 PaymentView::Impl::~Impl() {
-  dropWebView();
+  endPayment();
   unwatch(bar_);
   unwatch(title_);
   unwatch(address_);
@@ -213,7 +208,7 @@ gboolean PaymentView::Impl::onInput(GtkEventControllerLegacy*, GdkEvent* event, 
     case GDK_TOUCH_UPDATE:
     case GDK_SCROLL:
     case GDK_MOTION_NOTIFY:
-      static_cast<Impl*>(data)->idle_.touched();
+      static_cast<Impl*>(data)->touched();
       break;
     default:
       break;
@@ -221,22 +216,10 @@ gboolean PaymentView::Impl::onInput(GtkEventControllerLegacy*, GdkEvent* event, 
   return FALSE;
 }
 
-bool PaymentView::Impl::start(const URLRequest& request,
-                              std::shared_ptr<IPGPaymentControllerDelegate> delegate,
-                              PaymentWindowOptions options, std::string* error) {
-  const auto refuse = [error](std::string reason) {
-    if (error != nullptr) *error = std::move(reason);
-    return false;
-  };
-  if (active_) return refuse("a payment is under way in this view");
-  if (auto problem = internal::optionsProblem(options)) return refuse(*problem);
-  internal::completeOptions(options, request);
-  request_ = request;
-  options_ = std::move(options);
+void PaymentView::Impl::beginPayment() {
   hiddenWhileAt_.clear();
   lastLoaded_.reset();
   currentLoadFailed_ = false;
-  appeared_ = false;
 
   // The page below the bar, in a network session of its own.
   GtkWidget* webView = takeWarmWebView(&session_);
@@ -264,43 +247,21 @@ bool PaymentView::Impl::start(const URLRequest& request,
   g_signal_connect(webView, "web-process-terminated", G_CALLBACK(&Impl::onWebProcessTerminated),
                    this);
 
-  auto self = shared_from_this();
-  timers_ = newPaymentTimers();
-  internal::WindowController started = internal::startController(
-      options_, request_, std::move(delegate), &internal::runWhenIdle, self, timers_);
-  controller_ = std::move(started.controller);
-  delegate_ = std::move(started.delegate);
-  options_.onPageLoad = std::move(started.onPageLoad);
-  active_ = true;
-  keepAlive_ = self;
-  idle_.start(options_.idleCancelSeconds, *timers_, [this] {
-    if (active_) controller_->cancelButtonPressed();
-  });
-  if (options_.largeText) {
+  if (options().largeText) {
     gtk_widget_add_css_class(root_, "qipg-large");
   } else {
     gtk_widget_remove_css_class(root_, "qipg-large");
   }
   if (bar_ != nullptr) {
     gtk_widget_set_size_request(GTK_WIDGET(bar_), -1,
-                                options_.largeText ? kLargeBarHeight : kBarHeight);
+                                options().largeText ? kLargeBarHeight : kBarHeight);
   }
   if (cancelButton_ != nullptr) gtk_widget_set_sensitive(cancelButton_, TRUE);
-  if (gtk_widget_get_mapped(root_)) appear();
-  return true;
 }
 
-void PaymentView::Impl::appear() {
-  // On screen: the controller sets up its progress line and loads, once the bar is laid out.
-  internal::runWhenIdle([weak = weak_from_this()] {
-    auto self = weak.lock();
-    if (!self || !self->active_ || self->appeared_) return;
-    self->appeared_ = true;
-    self->controller_->viewDidAppear(true);
-  });
-}
+bool PaymentView::Impl::onScreen() const { return gtk_widget_get_mapped(root_); }
 
-void PaymentView::Impl::dropWebView() {
+void PaymentView::Impl::endPayment() {
   if (webView_ != nullptr) {
     g_signal_handlers_disconnect_by_data(webView_, this);
     GtkWidget* view = GTK_WIDGET(webView_);
@@ -308,7 +269,6 @@ void PaymentView::Impl::dropWebView() {
     if (GtkWidget* parent = gtk_widget_get_parent(view)) gtk_box_remove(GTK_BOX(parent), view);
   }
   if (session_ != nullptr) g_object_unref(std::exchange(session_, nullptr));
-  if (timers_) timers_->stopAll();
   // The payment's progress lines go with it.
   if (bar_ != nullptr) {
     std::vector<GtkWidget*> lines;
@@ -321,13 +281,6 @@ void PaymentView::Impl::dropWebView() {
   if (address_ != nullptr) gtk_label_set_text(address_, "");
   if (lock_ != nullptr) gtk_widget_set_visible(lock_, FALSE);
   if (cancelButton_ != nullptr) gtk_widget_set_sensitive(cancelButton_, FALSE);
-}
-
-void PaymentView::Impl::abandon() {
-  if (!active_) return;
-  active_ = false;
-  dropWebView();
-  internal::runWhenIdle([held = std::move(keepAlive_)] {});
 }
 
 Rect PaymentView::Impl::bounds() const {
@@ -344,16 +297,6 @@ void PaymentView::Impl::setText(const Text& text) {
   if (title_ == nullptr) return;
   gtk_label_set_text(title_, text.value_or("").c_str());
   gtk_widget_set_visible(GTK_WIDGET(title_), text.has_value() && !text->empty());
-}
-
-void PaymentView::Impl::dismiss(bool /*animated*/, std::function<void()> completion) {
-  if (!active_) return;
-  active_ = false;
-  dropWebView();
-  if (onEnded) onEnded();
-  internal::runWhenIdle(std::move(completion));
-  // Let go of the view's hold on itself after this call (the caller may be its last user).
-  internal::runWhenIdle([held = std::move(keepAlive_)] {});
 }
 
 void PaymentView::Impl::loadRequest(const URLRequest& request) {
@@ -394,7 +337,7 @@ void onScriptEvaluated(GObject* source, GAsyncResult* result, gpointer data) {
   g_clear_error(&error);
   auto view = evaluation->view.lock();
   // Gone: the payment has ended, and perhaps another has started since.
-  const bool gone = !view || !view->active_ || view->webView_ != evaluation->webView;
+  const bool gone = !view || !view->active() || view->webView_ != evaluation->webView;
   Text text;
   if (value != nullptr) {
     if (!jsc_value_is_undefined(value) && !jsc_value_is_null(value)) {
@@ -412,14 +355,14 @@ void onScriptEvaluated(GObject* source, GAsyncResult* result, gpointer data) {
 
 void PaymentView::Impl::evaluate(const std::string& script,
                                  std::function<void(const Text&)> completion, bool alwaysAnswer) {
-  if (webView_ == nullptr || !active_) {
+  if (webView_ == nullptr || !active()) {
     if (alwaysAnswer && completion) completion(std::nullopt);
     return;
   }
   // WebKit answers every evaluation, with an error when the view has gone meanwhile.
   webkit_web_view_evaluate_javascript(
       webView_, script.c_str(), -1, nullptr, nullptr, nullptr, &onScriptEvaluated,
-      new Evaluation{std::move(completion), alwaysAnswer, weak_from_this(), webView_});
+      new Evaluation{std::move(completion), alwaysAnswer, weakSelf(), webView_});
 }
 
 void PaymentView::Impl::showAddress() {
@@ -440,13 +383,13 @@ void PaymentView::Impl::showAddress() {
 
 void PaymentView::Impl::onLoadChanged(WebKitWebView* webView, WebKitLoadEvent event,
                                         gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
+  auto self = static_cast<Impl*>(data)->self();
   const std::string uri = toText(webkit_web_view_get_uri(webView));
   switch (event) {
     case WEBKIT_LOAD_STARTED:
       self->currentLoadFailed_ = false;
       self->reportLoad(PageLoadEvent::Started, uri);
-      self->controller_->webViewDidStartLoad();
+      self->controller()->webViewDidStartLoad();
       break;
     case WEBKIT_LOAD_COMMITTED:
       self->showAddress();
@@ -458,7 +401,7 @@ void PaymentView::Impl::onLoadChanged(WebKitWebView* webView, WebKitLoadEvent ev
       // WebKit finishes a failed load too; the controller has heard of its failure already.
       if (self->currentLoadFailed_) break;
       self->reportLoad(PageLoadEvent::Finished, uri);
-      self->controller_->webViewDidFinishLoad();
+      self->controller()->webViewDidFinishLoad();
       break;
     default:
       break;
@@ -467,7 +410,7 @@ void PaymentView::Impl::onLoadChanged(WebKitWebView* webView, WebKitLoadEvent ev
 
 gboolean PaymentView::Impl::onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar* uri,
                                            GError* error, gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
+  auto self = static_cast<Impl*>(data)->self();
   if (self->currentLoadFailed_) return TRUE;
   self->currentLoadFailed_ = true;
   self->reveal();
@@ -476,7 +419,7 @@ gboolean PaymentView::Impl::onLoadFailed(WebKitWebView*, WebKitLoadEvent, gchar*
   if (error != nullptr) {
     failure = {toText(g_quark_to_string(error->domain)), error->code, toText(error->message)};
   }
-  self->controller_->webViewDidFailLoadWithError(failure);
+  self->controller()->webViewDidFailLoadWithError(failure);
   return TRUE;  // no error page: it would count as a finished load of the failed address
 }
 
@@ -484,8 +427,8 @@ gboolean PaymentView::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, const gcha
                                                         GTlsCertificate* certificate,
                                                         GTlsCertificateFlags errors,
                                                         gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  const PaymentWindowOptions& options = self->options_;
+  auto self = static_cast<Impl*>(data)->self();
+  const PaymentWindowOptions& options = self->options();
   if (uri == nullptr) return FALSE;  // "load-failed" follows
   const std::string host = internal::hostOf(uri);
   if (self->tlsAllowedHosts_.count(host) != 0 ||
@@ -498,7 +441,7 @@ gboolean PaymentView::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, const gcha
   // This load has failed all the same; the retry is a new load.
   self->currentLoadFailed_ = true;
   self->reportLoad(PageLoadEvent::Failed, uri);
-  self->controller_->webViewDidFailLoadWithError(
+  self->controller()->webViewDidFailLoadWithError(
       {"GTlsCertificate", static_cast<int>(errors),
        "certificate verified against the trusted CA file; loading again"});
   self->retryAfterTlsAllowance(uri);
@@ -506,9 +449,9 @@ gboolean PaymentView::Impl::onLoadFailedWithTlsErrors(WebKitWebView*, const gcha
 }
 
 void PaymentView::Impl::retryAfterTlsAllowance(const std::string& failingURI) {
-  internal::runWhenIdle([weak = weak_from_this(), failingURI] {
+  internal::runWhenIdle([weak = weakSelf(), failingURI] {
     auto self = weak.lock();
-    if (!self || !self->active_ || self->webView_ == nullptr) return;
+    if (!self || !self->active() || self->webView_ == nullptr) return;
     // A failed POST is posted again; any other address is simply loaded.
     if (self->lastLoaded_ && self->lastLoaded_->url &&
         internal::canonicalURL(*self->lastLoaded_->url) == internal::canonicalURL(failingURI)) {
@@ -522,7 +465,7 @@ void PaymentView::Impl::retryAfterTlsAllowance(const std::string& failingURI) {
 gboolean PaymentView::Impl::onDecidePolicy(WebKitWebView*, WebKitPolicyDecision* decision,
                                              WebKitPolicyDecisionType type, gpointer data) {
   if (type != WEBKIT_POLICY_DECISION_TYPE_NAVIGATION_ACTION) return FALSE;
-  auto self = static_cast<Impl*>(data)->shared_from_this();
+  auto self = static_cast<Impl*>(data)->self();
   WebKitNavigationAction* action = webkit_navigation_policy_decision_get_navigation_action(
       WEBKIT_NAVIGATION_POLICY_DECISION(decision));
   WebKitURIRequest* uriRequest = webkit_navigation_action_get_request(action);
@@ -531,7 +474,7 @@ gboolean PaymentView::Impl::onDecidePolicy(WebKitWebView*, WebKitPolicyDecision*
   if (const char* method = webkit_uri_request_get_http_method(uriRequest)) {
     request.httpMethod = method;
   }
-  if (!self->controller_->shouldStartLoadWithRequest(
+  if (!self->controller()->shouldStartLoadWithRequest(
           request, navigationTypeOf(webkit_navigation_action_get_navigation_type(action)))) {
     webkit_policy_decision_ignore(decision);
     return TRUE;
@@ -542,22 +485,21 @@ gboolean PaymentView::Impl::onDecidePolicy(WebKitWebView*, WebKitPolicyDecision*
 void PaymentView::Impl::onWebProcessTerminated(WebKitWebView* webView,
                                                  WebKitWebProcessTerminationReason reason,
                                                  gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
+  auto self = static_cast<Impl*>(data)->self();
   self->currentLoadFailed_ = true;
   self->reportLoad(PageLoadEvent::Failed, toText(webkit_web_view_get_uri(webView)));
-  self->controller_->webViewDidFailLoadWithError({"WebKitWebProcessTerminationReason",
+  self->controller()->webViewDidFailLoadWithError({"WebKitWebProcessTerminationReason",
                                                   static_cast<int>(reason),
                                                   "the page's web process ended"});
 }
 
 void PaymentView::Impl::onCancelClicked(GtkButton*, gpointer data) {
-  auto self = static_cast<Impl*>(data)->shared_from_this();
-  if (self->active_) self->controller_->cancelButtonPressed();
+  auto self = static_cast<Impl*>(data)->self();
+  self->cancel();
 }
 
 void PaymentView::Impl::onMap(GtkWidget*, gpointer data) {
-  auto* self = static_cast<Impl*>(data);
-  if (self->active_) self->appear();
+  static_cast<Impl*>(data)->onScreenNow();
 }
 
 // ---------------------------------------------------------------- public surface
@@ -586,9 +528,9 @@ bool PaymentView::start(const URLRequest& request,
   return impl_->start(request, std::move(delegate), std::move(options), error);
 }
 
-bool PaymentView::isActive() const { return impl_->active_; }
+bool PaymentView::isActive() const { return impl_->active(); }
 
-std::shared_ptr<WebviewController> PaymentView::controller() const { return impl_->controller_; }
+std::shared_ptr<WebviewController> PaymentView::controller() const { return impl_->controller(); }
 
 void PaymentView::runJavaScript(const std::string& script,
                                 std::function<void(const Text&)> completion) {
@@ -597,7 +539,7 @@ void PaymentView::runJavaScript(const std::string& script,
 
 void PaymentView::saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion,
                                  WindowSnapshotArea area) {
-  if (!impl_->active_ || impl_->webView_ == nullptr) {
+  if (!impl_->active() || impl_->webView_ == nullptr) {
     if (completion) completion(false);
     return;
   }
@@ -608,7 +550,7 @@ void PaymentView::saveScreenshot(const std::string& pngPath, std::function<void(
 }
 
 void PaymentView::pressCancel() {
-  if (impl_->active_) impl_->controller_->cancelButtonPressed();
+  if (impl_->active()) impl_->cancel();
 }
 
 void* PaymentView::nativeWebView() const { return impl_->webView_; }

@@ -12,21 +12,19 @@
 #include <string>
 
 #include "qipg/PaymentView.h"
-#include "ui/window/Session.h"
+#include "ui/gtk/MainLoop.h"
+#include "ui/window/ViewPayment.h"
 
 namespace qipg {
 
-struct PaymentView::Impl final : internal::WindowPorts,
-                                 std::enable_shared_from_this<PaymentView::Impl> {
+struct PaymentView::Impl final : internal::ViewPayment {
+  Impl() : ViewPayment(&internal::runWhenIdle, internal::mainLoopTimerScheduler()) {}
   ~Impl() override;
 
   // The bar and the place of the web view; idle.
   void build();
-  // Starts a payment; false with `error` set when one is under way or the options are bad.
-  bool start(const URLRequest& request, std::shared_ptr<IPGPaymentControllerDelegate> delegate,
-             PaymentWindowOptions options, std::string* error);
-  // Ends the payment under way without a word to its delegate (its window is gone).
-  void abandon();
+  std::shared_ptr<Impl> self() { return std::static_pointer_cast<Impl>(shared_from_this()); }
+  std::weak_ptr<Impl> weakSelf() { return self(); }
 
   // ---- WebViewPort
   void loadRequest(const URLRequest& request) override;
@@ -49,16 +47,10 @@ struct PaymentView::Impl final : internal::WindowPorts,
   // ---- LabelPort
   void setText(const Text& text) override;
 
-  // ---- PresenterPort: the payment ends; the view stays.
-  void dismiss(bool animated, std::function<void()> completion) override;
-
   // Evaluates `script`; `alwaysAnswer`: also call `completion` (with absent) when no payment
   // is under way, else drop it.
   void evaluate(const std::string& script, std::function<void(const Text&)> completion,
                 bool alwaysAnswer);
-
-  // Called as a payment ends, before its delegate hears of it (the window closes itself).
-  std::function<void()> onEnded;
 
   GtkWidget* root_ = nullptr;  // one reference of ours
   WebKitWebView* webView_ = nullptr;
@@ -70,29 +62,17 @@ struct PaymentView::Impl final : internal::WindowPorts,
   // The payment's own ephemeral network session: nothing reaches the disk or another payment.
   WebKitNetworkSession* session_ = nullptr;
 
-  // The payment under way, or the last one.
-  URLRequest request_;
-  PaymentWindowOptions options_;
-  std::shared_ptr<WebviewController> controller_;
-  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
-  std::shared_ptr<internal::PaymentTimers> timers_;         // the payment's
-  std::shared_ptr<Impl> keepAlive_;                         // while a payment is under way
-  bool active_ = false;
-  bool appeared_ = false;  // the controller has been told the view is on screen
   // The address of the self-posting page while it is shown: the web view stays hidden until
   // another page commits. Empty otherwise.
   std::string hiddenWhileAt_;
   std::optional<URLRequest> lastLoaded_;
   bool currentLoadFailed_ = false;
   std::set<std::string> tlsAllowedHosts_;
-  internal::IdleLimit idle_;
 
  private:
-  void appear();
-  void dropWebView();
-  void reportLoad(PageLoadEvent event, const std::string& uri) {
-    if (options_.onPageLoad) options_.onPageLoad(event, uri);
-  }
+  void beginPayment() override;
+  void endPayment() override;
+  bool onScreen() const override;
   void showAddress();
   void reveal() {
     hiddenWhileAt_.clear();

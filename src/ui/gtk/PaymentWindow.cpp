@@ -27,8 +27,7 @@ struct PaymentWindow::Impl final : std::enable_shared_from_this<PaymentWindow::I
   }
 
   static gboolean onCloseRequest(GtkWindow*, gpointer data) {
-    auto& view = *static_cast<Impl*>(data)->view_;
-    if (view.active_) view.controller_->cancelButtonPressed();  // the dismissal closes it
+    static_cast<Impl*>(data)->view_->cancel();  // the dismissal closes the window
     return TRUE;
   }
   static void onDestroy(GtkWidget*, gpointer data) {
@@ -48,10 +47,10 @@ PaymentWindow::PaymentWindow(std::shared_ptr<Impl> impl) : impl_(std::move(impl)
 PaymentWindow::~PaymentWindow() = default;
 
 std::shared_ptr<WebviewController> PaymentWindow::controller() const {
-  return impl_->view_->controller_;
+  return impl_->view_->controller();
 }
 
-bool PaymentWindow::isOpen() const { return impl_->window_ != nullptr && impl_->view_->active_; }
+bool PaymentWindow::isOpen() const { return impl_->window_ != nullptr && impl_->view_->active(); }
 
 void PaymentWindow::runJavaScript(const std::string& script,
                                   std::function<void(const Text&)> completion) {
@@ -69,7 +68,7 @@ void PaymentWindow::saveScreenshot(const std::string& pngPath, std::function<voi
 }
 
 void PaymentWindow::pressCancel() {
-  if (isOpen()) impl_->view_->controller_->cancelButtonPressed();
+  impl_->view_->cancel();
 }
 
 void* PaymentWindow::nativeWindow() const { return impl_->window_; }

@@ -242,35 +242,27 @@ void QtPaymentView::Impl::build() {
   column->addWidget(bar);
   column->addStretch(1);  // the payment's web view takes this place
 
-  QObject::connect(cancel, &QPushButton::clicked, root, [weak = weak_from_this()] {
-    if (auto self = weak.lock(); self && self->active_) self->controller_->cancelButtonPressed();
+  QObject::connect(cancel, &QPushButton::clicked, root, [weak = weakSelf()] {
+    if (auto self = weak.lock()) self->cancel();
   });
-  QObject::connect(root, &QObject::destroyed, [weak = weak_from_this()] {
+  QObject::connect(root, &QObject::destroyed, [weak = weakSelf()] {
     if (auto self = weak.lock()) self->abandon();
   });
-  root->onShown = [weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->shown();
+  root->onShown = [weak = weakSelf()] {
+    if (auto self = weak.lock()) self->onScreenNow();
   };
-  new InputWatch(root, [weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->idle_.touched();
+  new InputWatch(root, [weak = weakSelf()] {
+    if (auto self = weak.lock()) self->touched();
   });
 }
 
-bool QtPaymentView::Impl::start(const URLRequest& request,
-                                std::shared_ptr<IPGPaymentControllerDelegate> delegate,
-                                PaymentWindowOptions options, std::string* error) {
-  const auto refuse = [error](std::string reason) {
-    if (error != nullptr) *error = std::move(reason);
-    return false;
-  };
-  if (active_) return refuse("a payment is under way in this view");
-  if (root_ == nullptr) return refuse("the view's widget has been deleted");
-  if (auto problem = internal::optionsProblem(options)) return refuse(*problem);
-  internal::completeOptions(options, request);
-  request_ = request;
-  options_ = std::move(options);
+std::optional<std::string> QtPaymentView::Impl::unavailable() const {
+  if (root_ == nullptr) return "the view's widget has been deleted";
+  return std::nullopt;
+}
+
+void QtPaymentView::Impl::beginPayment() {
   loading_ = false;
-  appeared_ = false;
 
   // The page below the bar, in an off-the-record profile of its own, created after the web
   // view so that it is deleted after it.
@@ -284,7 +276,7 @@ bool QtPaymentView::Impl::start(const URLRequest& request,
   auto* page = new Page(profile, webView, [this](const QUrl& url, NavigationType type) {
     URLRequest navigation;
     navigation.url = urlText(url);
-    return !active_ || controller_->shouldStartLoadWithRequest(navigation, type);
+    return !active() || controller()->shouldStartLoadWithRequest(navigation, type);
   });
   page->settings()->setAttribute(QWebEngineSettings::ErrorPageEnabled, false);
   page->settings()->setAttribute(QWebEngineSettings::JavascriptCanOpenWindows, false);
@@ -305,41 +297,21 @@ bool QtPaymentView::Impl::start(const URLRequest& request,
                    [this](const QUrl& url) { showAddress(url); });
   QObject::connect(page, &QWebEnginePage::renderProcessTerminated, context,
                    [this](QWebEnginePage::RenderProcessTerminationStatus status, int) {
-                     auto self = shared_from_this();
+                     auto held = self();  // alive through this handler
                      loading_ = false;
                      reportLoad(PageLoadEvent::Failed, urlText(webView_->url()));
-                     controller_->webViewDidFailLoadWithError({"RenderProcessTerminationStatus",
+                     controller()->webViewDidFailLoadWithError({"RenderProcessTerminationStatus",
                                                                static_cast<int>(status),
                                                                "the page's render process ended"});
                    });
 
-  auto self = shared_from_this();
-  timers_ = std::make_shared<internal::PaymentTimers>(internal::qtTimerScheduler());
-  internal::WindowController started = internal::startController(
-      options_, request_, std::move(delegate), &internal::postToGuiThread, self, timers_);
-  controller_ = std::move(started.controller);
-  delegate_ = std::move(started.delegate);
-  options_.onPageLoad = std::move(started.onPageLoad);
-  active_ = true;
-  keepAlive_ = self;
-  idle_.start(options_.idleCancelSeconds, *timers_, [this] {
-    if (active_) controller_->cancelButtonPressed();
-  });
-  root_->setStyleSheet(options_.largeText ? QString(kStyle) + kLargeStyle : QString(kStyle));
-  if (bar_ != nullptr) bar_->setFixedHeight(options_.largeText ? kLargeBarHeight : kBarHeight);
+  const bool large = options().largeText;
+  root_->setStyleSheet(large ? QString(kStyle) + kLargeStyle : QString(kStyle));
+  if (bar_ != nullptr) bar_->setFixedHeight(large ? kLargeBarHeight : kBarHeight);
   if (cancelButton_ != nullptr) cancelButton_->setEnabled(true);
-  if (root_->isVisible()) QTimer::singleShot(0, root_, [weak = weak_from_this()] {
-      if (auto view = weak.lock()) view->shown();
-    });
-  return true;
 }
 
-void QtPaymentView::Impl::shown() {
-  // On screen: the controller sets up its progress line and loads, once the bar is laid out.
-  if (!active_ || appeared_) return;
-  appeared_ = true;
-  controller_->viewDidAppear(true);
-}
+bool QtPaymentView::Impl::onScreen() const { return root_ != nullptr && root_->isVisible(); }
 
 void QtPaymentView::Impl::endPayment() {
   if (QObject* context = connections_.release()) {
@@ -348,7 +320,6 @@ void QtPaymentView::Impl::endPayment() {
     context->deleteLater();
   }
   answerPending();
-  if (timers_) timers_->stopAll();
   if (paymentArea_ != nullptr) {
     paymentArea_->hide();
     paymentArea_->deleteLater();  // the web view, then its profile
@@ -363,13 +334,6 @@ void QtPaymentView::Impl::endPayment() {
   if (address_ != nullptr) address_->clear();
   if (lock_ != nullptr) lock_->hide();
   if (cancelButton_ != nullptr) cancelButton_->setEnabled(false);
-}
-
-void QtPaymentView::Impl::abandon() {
-  if (!active_) return;
-  active_ = false;
-  endPayment();
-  internal::postToGuiThread([held = std::move(keepAlive_)] {});
 }
 
 Text QtPaymentView::Impl::currentURL() const {
@@ -391,16 +355,6 @@ void QtPaymentView::Impl::setText(const Text& text) {
   if (title_ == nullptr) return;
   title_->setText(QString::fromStdString(text.value_or("")));
   title_->setVisible(text.has_value() && !text->empty());
-}
-
-void QtPaymentView::Impl::dismiss(bool /*animated*/, std::function<void()> completion) {
-  if (!active_) return;
-  active_ = false;
-  endPayment();
-  if (onEnded) onEnded();
-  internal::postToGuiThread(std::move(completion));
-  // Let go of the view's hold on itself after this call (the caller may be its last user).
-  internal::postToGuiThread([held = std::move(keepAlive_)] {});
 }
 
 void QtPaymentView::Impl::answerPending() {
@@ -436,14 +390,14 @@ void QtPaymentView::Impl::loadRequest(const URLRequest& request) {
 void QtPaymentView::Impl::evaluate(const std::string& script,
                                    std::function<void(const Text&)> completion,
                                    bool alwaysAnswer) {
-  if (webView_ == nullptr || !active_) {
+  if (webView_ == nullptr || !active()) {
     if (alwaysAnswer && completion) completion(std::nullopt);
     return;
   }
   const int id = nextEvaluation_++;
   pending_[id] = {std::move(completion), alwaysAnswer};
   webView_->page()->runJavaScript(QString::fromStdString(script),
-                                  [weak = weak_from_this(), id](const QVariant& value) {
+                                  [weak = weakSelf(), id](const QVariant& value) {
                                     auto self = weak.lock();
                                     if (!self) return;
                                     // Gone with its payment: answered (or dropped) then.
@@ -456,27 +410,27 @@ void QtPaymentView::Impl::evaluate(const std::string& script,
 }
 
 void QtPaymentView::Impl::onLoading(const QWebEngineLoadingInfo& info) {
-  auto self = shared_from_this();
+  auto held = self();  // alive through this handler
   const std::string uri = urlText(info.url());
   switch (info.status()) {
     case QWebEngineLoadingInfo::LoadStartedStatus:
       if (loading_) {  // a new load cut the last one short
         reportLoad(PageLoadEvent::Failed, uri);
-        controller_->webViewDidFailLoadWithError({"QWebEngineLoadingInfo", 0, "superseded"});
+        controller()->webViewDidFailLoadWithError({"QWebEngineLoadingInfo", 0, "superseded"});
       }
       loading_ = true;
       reportLoad(PageLoadEvent::Started, urlText(webView_->url()));
-      controller_->webViewDidStartLoad();
+      controller()->webViewDidStartLoad();
       break;
     case QWebEngineLoadingInfo::LoadSucceededStatus:
       if (!std::exchange(loading_, false)) break;
       reportLoad(PageLoadEvent::Finished, uri);
-      controller_->webViewDidFinishLoad();
+      controller()->webViewDidFinishLoad();
       break;
     default:  // failed or stopped
       if (!std::exchange(loading_, false)) break;
       reportLoad(PageLoadEvent::Failed, uri);
-      controller_->webViewDidFailLoadWithError(
+      controller()->webViewDidFailLoadWithError(
           {"QWebEngineLoadingInfo", info.errorCode(), toStd(info.errorString())});
       break;
   }
@@ -488,7 +442,7 @@ void QtPaymentView::Impl::onCertificateError(const QWebEngineCertificateError& e
     chain.push_back(certificate.toDer().toStdString());
   }
   QWebEngineCertificateError answer = error;
-  if (internal::certificateTrustedForHost(chain, options_.trustedCAFile, options_.trustedHost,
+  if (internal::certificateTrustedForHost(chain, options().trustedCAFile, options().trustedHost,
                                           urlText(error.url()))) {
     answer.acceptCertificate();
   } else {
@@ -526,9 +480,9 @@ bool QtPaymentView::start(const URLRequest& request,
   return impl_->start(request, std::move(delegate), std::move(options), error);
 }
 
-bool QtPaymentView::isActive() const { return impl_->active_; }
+bool QtPaymentView::isActive() const { return impl_->active(); }
 
-std::shared_ptr<WebviewController> QtPaymentView::controller() const { return impl_->controller_; }
+std::shared_ptr<WebviewController> QtPaymentView::controller() const { return impl_->controller(); }
 
 void QtPaymentView::runJavaScript(const std::string& script,
                                   std::function<void(const Text&)> completion) {
@@ -563,13 +517,13 @@ void saveQtScreenshot(QWidget* whole, QWebEngineView* page, const std::string& p
 void QtPaymentView::saveScreenshot(const std::string& pngPath,
                                    std::function<void(bool)> completion, WindowSnapshotArea area) {
   // The window the view is in: the host's, with whatever else it shows.
-  internal::saveQtScreenshot(impl_->active_ && impl_->root_ ? impl_->root_->window() : nullptr,
+  internal::saveQtScreenshot(impl_->active() && impl_->root_ ? impl_->root_->window() : nullptr,
                              impl_->webView_.data(), pngPath, std::move(completion),
                              area == WindowSnapshotArea::Window);
 }
 
 void QtPaymentView::pressCancel() {
-  if (impl_->active_) impl_->controller_->cancelButtonPressed();
+  impl_->cancel();
 }
 
 void QtPaymentView::prewarm() {

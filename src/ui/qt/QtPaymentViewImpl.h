@@ -17,23 +17,19 @@
 #include <utility>
 
 #include "qipg/QtPaymentView.h"
-#include "ui/window/Session.h"
+#include "ui/qt/EventLoop.h"
+#include "ui/window/ViewPayment.h"
 
 namespace qipg {
 
-struct QtPaymentView::Impl final : internal::WindowPorts,
-                                   std::enable_shared_from_this<QtPaymentView::Impl> {
+struct QtPaymentView::Impl final : internal::ViewPayment {
+  Impl() : ViewPayment(&internal::postToGuiThread, internal::qtTimerScheduler()) {}
   ~Impl() override;
 
   // The bar and the place of the web view; idle.
   void build();
-  // Starts a payment; false with `error` set when one is under way or the options are bad.
-  bool start(const URLRequest& request, std::shared_ptr<IPGPaymentControllerDelegate> delegate,
-             PaymentWindowOptions options, std::string* error);
-  // Ends the payment under way without a word to its delegate (its widget is gone).
-  void abandon();
-  // The view has been shown: the payment under way may load.
-  void shown();
+  std::shared_ptr<Impl> self() { return std::static_pointer_cast<Impl>(shared_from_this()); }
+  std::weak_ptr<Impl> weakSelf() { return self(); }
 
   // ---- WebViewPort
   void loadRequest(const URLRequest& request) override;
@@ -55,16 +51,10 @@ struct QtPaymentView::Impl final : internal::WindowPorts,
   // ---- LabelPort
   void setText(const Text& text) override;
 
-  // ---- PresenterPort: the payment ends; the view stays.
-  void dismiss(bool animated, std::function<void()> completion) override;
-
   // Evaluates `script`; `alwaysAnswer`: also call `completion` (with absent) when no payment
   // is under way, else drop it.
   void evaluate(const std::string& script, std::function<void(const Text&)> completion,
                 bool alwaysAnswer);
-
-  // Called as a payment ends, before its delegate hears of it (the window closes itself).
-  std::function<void()> onEnded;
 
   QPointer<QWidget> root_;
   QPointer<QVBoxLayout> column_;  // the bar, the payment's place, and the room below
@@ -79,25 +69,16 @@ struct QtPaymentView::Impl final : internal::WindowPorts,
   // The context of every connection to the payment's page: deleting it cuts them all.
   std::unique_ptr<QObject> connections_;
 
-  URLRequest request_;
-  PaymentWindowOptions options_;
-  std::shared_ptr<WebviewController> controller_;
-  std::shared_ptr<IPGPaymentControllerDelegate> delegate_;  // the host's, or reconciling
-  std::shared_ptr<internal::PaymentTimers> timers_;         // the payment's
-  std::shared_ptr<Impl> keepAlive_;                         // while a payment is under way
   std::map<int, std::pair<std::function<void(const Text&)>, bool>> pending_;
   int nextEvaluation_ = 0;
   bool loading_ = false;
-  bool appeared_ = false;  // the controller has been told the view is on screen
-  bool active_ = false;
-  internal::IdleLimit idle_;
 
  private:
-  void endPayment();
+  std::optional<std::string> unavailable() const override;
+  void beginPayment() override;
+  void endPayment() override;
+  bool onScreen() const override;
   void answerPending();
-  void reportLoad(PageLoadEvent event, const std::string& uri) {
-    if (options_.onPageLoad) options_.onPageLoad(event, uri);
-  }
   void onLoading(const QWebEngineLoadingInfo& info);
   void onCertificateError(const QWebEngineCertificateError& error);
   void showAddress(const QUrl& url);

@@ -48,10 +48,10 @@ QtPaymentWindow::QtPaymentWindow(std::shared_ptr<Impl> impl) : impl_(std::move(i
 QtPaymentWindow::~QtPaymentWindow() = default;
 
 std::shared_ptr<WebviewController> QtPaymentWindow::controller() const {
-  return impl_->view_->controller_;
+  return impl_->view_->controller();
 }
 
-bool QtPaymentWindow::isOpen() const { return impl_->window_ != nullptr && impl_->view_->active_; }
+bool QtPaymentWindow::isOpen() const { return impl_->window_ != nullptr && impl_->view_->active(); }
 
 void QtPaymentWindow::runJavaScript(const std::string& script,
                                     std::function<void(const Text&)> completion) {
@@ -66,7 +66,7 @@ void QtPaymentWindow::saveScreenshot(const std::string& pngPath,
 }
 
 void QtPaymentWindow::pressCancel() {
-  if (isOpen()) impl_->view_->controller_->cancelButtonPressed();
+  impl_->view_->cancel();
 }
 
 void QtPaymentWindow::prewarm() { QtPaymentView::prewarm(); }
@@ -110,7 +110,7 @@ std::shared_ptr<QtPaymentWindow> presentQtPaymentWindow(
     return nullptr;
   }
   window->onClose = [weak = std::weak_ptr<QtPaymentView::Impl>(impl->view_)] {
-    if (auto shown = weak.lock(); shown && shown->active_) shown->controller_->cancelButtonPressed();
+    if (auto shown = weak.lock()) shown->cancel();
   };
   view.onEnded = [weak = std::weak_ptr<QtPaymentWindow::Impl>(impl)] {
     // Dismissal hides the window and deletes it from the event loop.
