@@ -110,8 +110,9 @@ struct QIPG_EXPORT PaymentWindowOptions {
   /// Cancel, its end or the idle limit (the host decides about its own window).
   bool closeButton = true;
   /// Kiosk: an unfinished payment is cancelled after this many seconds without the customer's
-  /// input (keys, pointer, touch) in the window or view, as if Cancel were pressed; with
-  /// `reconcile`, it is then reconciled. 0: never.
+  /// input (keys, pointer, touch) in the window or view while a page is shown (not while one
+  /// loads), as if Cancel were pressed; with `reconcile`, it is then reconciled.
+  /// 0: never.
   unsigned idleCancelSeconds = 0;
   /// Readable at arm's length on a touch screen: larger text in the bar and touch-sized targets
   /// (a Cancel button at least 48 pixels high, a taller bar).

@@ -67,22 +67,30 @@ class PaymentTimers final : public TimerSchedulerPort {
   std::vector<std::shared_ptr<TimerPort>> timers_;
 };
 
-// Cancels an unfinished payment after a number of seconds without the customer's input.
+// Cancels an unfinished payment after a number of seconds without the customer's input while
+// a page is shown (a page still loading leaves the customer nothing to do).
 class IdleLimit {
  public:
   // Counts on `timers` (the payment's); 0 seconds: never.
   void start(unsigned seconds, TimerSchedulerPort& timers, std::function<void()> cancel) {
     idle_ = 0;
+    loading_ = false;
     if (seconds == 0) return;
     timers.scheduleRepeating(1.0, [this, seconds, cancel = std::move(cancel)] {
-      if (++idle_ == seconds) cancel();
+      if (!loading_ && ++idle_ == seconds) cancel();
     });
   }
   // The customer did something.
   void touched() { idle_ = 0; }
+  // A page started loading (true), or has been shown or failed (false): counting starts anew.
+  void loading(bool now) {
+    loading_ = now;
+    idle_ = 0;
+  }
 
  private:
   unsigned idle_ = 0;
+  bool loading_ = false;
 };
 
 // A window's controller and the delegate it was given (which the window keeps alive).

@@ -54,8 +54,10 @@ class ViewPayment : public WindowPorts, public std::enable_shared_from_this<View
 
   const URLRequest& request() const { return request_; }
   const PaymentWindowOptions& options() const { return options_; }
-  // Reports a main-frame load to the options' hook (and the window's events).
-  void reportLoad(PageLoadEvent event, const std::string& uri) const {
+  // Reports a main-frame load to the options' hook (and the window's events). The idle limit
+  // waits while a page loads: the customer cannot act before it is there.
+  void reportLoad(PageLoadEvent event, const std::string& uri) {
+    idle_.loading(event == PageLoadEvent::Started);
     if (options_.onPageLoad) options_.onPageLoad(event, uri);
   }
 

@@ -327,7 +327,7 @@ TEST_F(PaymentWindowTest, UnclearEndingsAreReconciledWithTheGateway) {
          f.run(fillCardForm("4111111111111111"));
        },
        false, "pending", "P"},
-      {"a kiosk's idle limit", [](Flow&) {}, true, "pending", "P", false, 1},
+      {"a kiosk's idle limit", [](Flow&) {}, true, "pending", "P", false, 2},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
