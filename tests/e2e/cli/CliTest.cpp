@@ -214,7 +214,6 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
        "Refund of 2.50 INR accepted; 8.00 INR left to refund"},
       {"", {"cancel", "--order", "F1", "--ref", ref}, 5, "Http", "", true},  // --fault at start
       {"", {"status", "--order", "F2", "--ref", magicRef}, 4, "Http", ""},
-      {"", {"refund", "--order", "F2", "--ref", magicRef, "--amount", "1.00"}, 5, "Http", "", true},
       {"",
        {"refund", "--order", "F3", "--ref", closedRef, "--amount", "1.00"},
        5,
@@ -228,9 +227,7 @@ TEST_F(CliTest, FaultsSetFromTheCommandLineReachIpgStatus) {
        "the answer could not be opened with this merchant key (wrong key?)"},
       {"http500", status, 4, "Http",
        "the gateway at " + gateway + " answered with HTTP 500: Internal Server Error"},
-      {"garbage", status, 4, "Unreadable", ""},
       {"close", status, 3, "Network", ""},
-      {"wrong-key", status, 4, "Unreadable", ""},
       {"hang", {"status", "--order", "F1", "--ref", ref, "--timeout", "1"}, 3, "Timeout", ""},
       {"delay=1200", status, 0, "R", "Partially refunded: 2.50 of 10.50 INR"},
       {"none", {"status", "--order", "NOPE", "--ref", "1"}, 0, "F", "Transaction not found"},
@@ -469,7 +466,6 @@ TEST_F(CliTest, PaymentOutcomesAScriptCanTrust) {
       // Other spellings of the sandbox's address: the canonical form decides, for the final
       // page and for test cards.
       {{}, {"--base-url", "HTTPS://127.0.0.1:" + port + "/ipg/"}, 0, "S", "", ""},
-      {{}, {"--base-url", "https://LOCALHOST:" + port + "/ipg/"}, 0, "S", "", ""},
       // The final page times out; the gateway captures the payment after the status inquiry.
       {{{"invoice", "delay=3000"}}, {"--timeout", "1"}, 5, "", "P", "Timeout", true},
       // ... or before it.

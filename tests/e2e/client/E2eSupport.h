@@ -4,8 +4,6 @@
 // delegate that hands its records to the waiting test.
 #pragma once
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -17,6 +15,7 @@
 #include "Sandbox.h"
 #include "qipg/CommonUtilities.h"
 #include "unit/client/ClientSupport.h"
+#include "unit/sandbox/SandboxTestSupport.h"
 
 namespace qipg_e2e {
 
@@ -138,17 +137,17 @@ class SandboxTest : public qipg_test::ClientTest {
   // only authorises, 1 also captures.
   qipg::PaymentResponse pay(const std::string& orderID, const std::string& amount,
                             std::uint64_t transactionType) {
+    namespace web = qipg::sandbox::testing;
     std::optional<qipg::URLRequest> request =
         client()->getStandardPaymentRequest(orderID, amount, "INR", "e2e", transactionType, "", "",
                                             "", "", "", "", "", "", "", "", kMID, kKey, nullptr);
-    if (!request || !request->url) return {};
-    const std::string form = httpPost(*request->url, request->bodyText());
-    const std::string token = between(form, "name=\"token\" value=\"", "\"");
-    const std::string finalPage = httpPost(
-        sandbox_->baseURL() + "paymentInvoice",
-        "token=" + token + "&cardNumber=4111111111111111&expiry=1230&cvv=123&holder=Jane+Doe");
-    return qipg::CommonUtilities().getPaymentResponseFromString(
-        between(finalPage, "<div id=\"responseString\" style=\"display: none;\">", "</div>"));
+    if (!request) return {};
+    const web::HttpAnswer form = web::postTo(*sandbox_, "doMEPayRequest", request->bodyText());
+    const web::HttpAnswer finalPage =
+        web::postTo(*sandbox_, "paymentInvoice",
+                    "token=" + web::tokenIn(form.body) +
+                        "&cardNumber=4111111111111111&expiry=1230&cvv=123&holder=Jane+Doe");
+    return qipg::CommonUtilities().getPaymentResponseFromString(web::resultIn(finalPage.body));
   }
 
   qipg::sandbox::Sandbox& sandbox() { return *sandbox_; }
@@ -162,34 +161,6 @@ class SandboxTest : public qipg_test::ClientTest {
   }
 
  private:
-  static std::string between(const std::string& text, const std::string& open,
-                             const std::string& close) {
-    const std::size_t start = text.find(open);
-    if (start == std::string::npos) return "";
-    const std::size_t from = start + open.size();
-    return text.substr(from, text.find(close, from) - from);
-  }
-
-  static std::size_t collect(char* data, std::size_t size, std::size_t count, void* out) {
-    static_cast<std::string*>(out)->append(data, size * count);
-    return size * count;
-  }
-
-  // A browser's form post, trusting the sandbox's CA.
-  std::string httpPost(const std::string& url, const std::string& body) const {
-    std::string answer;
-    CURL* curl = curl_easy_init();
-    curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(curl, CURLOPT_CAINFO, sandbox_->caFile().c_str());
-    curl_easy_setopt(curl, CURLOPT_COPYPOSTFIELDS, body.c_str());
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &collect);
-    curl_easy_setopt(curl, CURLOPT_WRITEDATA, &answer);
-    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    EXPECT_EQ(curl_easy_perform(curl), CURLE_OK);
-    curl_easy_cleanup(curl);
-    return answer;
-  }
-
   std::unique_ptr<qipg::sandbox::Sandbox> sandbox_;
   std::atomic<int> managementRequests_{0};
 };

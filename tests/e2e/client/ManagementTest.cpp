@@ -101,7 +101,6 @@ TEST_F(ManagementTest, UnusableAnswersGiveOneFailedRecord) {
       {"HTTP 500 page", Fault::kHttp500, {}, false},
       {"garbage", Fault::kGarbage, {}, false},
       {"not UTF-8", Fault::kNotUtf8, {}, false},
-      {"5 MiB answer", Fault::kHuge, {}, false},
       {"never answers: time-out", Fault::kHang, [](auto& c) { c.requestTimeoutMs = 300; }, false},
       {"never answers: shutdown", Fault::kHang, {}, true},
       {"CA not trusted", Fault::kNone, [](auto& c) { c.caFile.clear(); }, false},

@@ -101,13 +101,6 @@ TEST_F(InfoPlistTest, ValuesFromDocumentsOfEveryKind) {
            },
            true),
        none},
-      {"a dictionary value",
-       dictionary([](plist_t d) {
-         plist_dict_set_item(d, "merchantID", plist_new_dict());
-         plist_dict_set_item(d, "encryptionKey", plist_new_string(""));
-       }),
-       {absent, ""}},
-      {"root is an array", encode(plist_new_array(), false), none},
       {"garbage", std::string(kGarbage, sizeof kGarbage - 1), none},
       {"truncated binary", credentials(true).substr(0, 40), none},
       {"oversized", oversized, none},

@@ -38,6 +38,37 @@ struct HttpAnswer {
   std::string body;
 };
 
+// Posts `body` to one of the sandbox's endpoints over HTTPS, trusting its CA only.
+inline HttpAnswer postTo(const Sandbox& sandbox, const std::string& endpoint,
+                         const std::string& body,
+                         const std::string& contentType = "application/x-www-form-urlencoded") {
+  httplib::SSLClient client("127.0.0.1", sandbox.port());
+  client.set_ca_cert_path(sandbox.caFile().c_str());
+  client.enable_server_certificate_verification(true);
+  client.set_connection_timeout(20, 0);
+  client.set_read_timeout(60, 0);
+  auto res = client.Post(("/ipg/" + endpoint).c_str(), body, contentType.c_str());
+  if (!res) return {};
+  return {res->status, res->body};
+}
+
+// The session token of a card form; "" when the page has none.
+inline std::string tokenIn(const std::string& html) {
+  std::smatch m;
+  static const std::regex token("name=\"token\" value=\"([0-9a-f]+)\"");
+  return std::regex_search(html, m, token) ? m[1].str() : std::string();
+}
+
+// The hidden result element's content, read the way the payment page controller reads it.
+inline Text resultIn(const std::string& html) {
+  const std::string marker = "<div id=\"responseString\" style=\"display: none;\">";
+  const std::size_t start = html.find(marker);
+  if (start == std::string::npos) return std::nullopt;
+  const std::size_t end = html.find("</div>", start);
+  if (end == std::string::npos) return std::nullopt;
+  return html.substr(start + marker.size(), end - start - marker.size());
+}
+
 // A sandbox in its own data directory, with an HTTPS client for it.
 class SandboxFixture : public ::testing::Test {
  protected:
@@ -56,14 +87,7 @@ class SandboxFixture : public ::testing::Test {
 
   HttpAnswer post(const std::string& endpoint, const std::string& body,
                   const std::string& contentType = "application/x-www-form-urlencoded") {
-    httplib::SSLClient client("127.0.0.1", sandbox_->port());
-    client.set_ca_cert_path(sandbox_->caFile().c_str());
-    client.enable_server_certificate_verification(true);
-    client.set_connection_timeout(20, 0);
-    client.set_read_timeout(60, 0);
-    auto res = client.Post(("/ipg/" + endpoint).c_str(), body, contentType.c_str());
-    if (!res) return {};
-    return {res->status, res->body};
+    return postTo(*sandbox_, endpoint, body, contentType);
   }
 
   // The management form as the client library builds it.
@@ -118,22 +142,6 @@ class SandboxFixture : public ::testing::Test {
                                    "&expiry=" + expiry + "&cvv=" + cvv + "&holder=Jane+Doe");
     EXPECT_EQ(page.status, 200);
     return CommonUtilities().getPaymentResponseFromString(resultIn(page.body));
-  }
-
-  static std::string tokenIn(const std::string& html) {
-    std::smatch m;
-    static const std::regex token("name=\"token\" value=\"([0-9a-f]+)\"");
-    return std::regex_search(html, m, token) ? m[1].str() : std::string();
-  }
-
-  // The hidden result element's content, read the way the payment page controller reads it.
-  static Text resultIn(const std::string& html) {
-    const std::string marker = "<div id=\"responseString\" style=\"display: none;\">";
-    const std::size_t start = html.find(marker);
-    if (start == std::string::npos) return std::nullopt;
-    const std::size_t end = html.find("</div>", start);
-    if (end == std::string::npos) return std::nullopt;
-    return html.substr(start + marker.size(), end - start - marker.size());
   }
 
   TempDir dir_;
