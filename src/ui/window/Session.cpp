@@ -14,6 +14,19 @@
 namespace qipg::internal {
 namespace {
 
+// Asks the gateway's status of the reconciled order; `deliver` hears the record, or one with
+// status "F" and the reason, on any thread.
+using AskStatus = std::function<void(const PaymentReconciliation& reconcile,
+                                     std::function<void(PaymentResponse record)> deliver)>;
+
+// What a window needs of the client that built its request, of either layer.
+struct WindowClient {
+  GatewayConfig config;  // where the final page is
+  std::string baseURL;   // the base URL in use
+  EventHook eventHook;
+  AskStatus askStatus;
+};
+
 PaymentResponse failedStatus(const std::string& reason) {
   PaymentResponse record;
   record.setStatusCode("F");
@@ -117,56 +130,7 @@ class EventingDelegate final : public IPGPaymentControllerDelegate {
   std::shared_ptr<const CallEvents> events_;
 };
 
-// The events of a window's payment, started (WindowOpened); nothing without a client's hook.
-std::shared_ptr<const CallEvents> windowEvents(const PaymentWindowOptions& options) {
-  const std::optional<WindowClient> client = windowClient(options);
-  if (!client) return std::make_shared<const CallEvents>();
-  std::string orderID = options.reconcile ? options.reconcile->orderID
-                        : options.journal ? options.journal->orderID
-                                          : std::string();
-  return std::make_shared<const CallEvents>(EventSink::create(client->eventHook), "payment",
-                                            std::move(orderID), std::string(), client->baseURL,
-                                            EventKind::WindowOpened);
-}
-
-// The payment's journal entry, written before its page loads.
-struct JournalEntryWritten {
-  std::shared_ptr<Journal> journal;
-  JournalEntry entry;
-  std::string problem;  // why it could not be written
-};
-
-JournalEntryWritten writeJournalEntry(const PaymentWindowOptions& options) {
-  JournalEntryWritten written;
-  const PaymentJournal& about = *options.journal;
-  Result<std::shared_ptr<Journal>> opened = Journal::open(about.path);
-  if (!opened) {
-    written.problem = opened.error().message;
-    return written;
-  }
-  written.journal = std::move(opened.value());
-  JournalEntry& entry = written.entry;
-  entry.operation = JournalOperation::Payment;
-  entry.orderID = about.orderID;
-  entry.amount = about.amount;
-  entry.currency = about.currency;
-  entry.transactionType = about.transactionType;
-  if (const std::optional<WindowClient> client = windowClient(options)) {
-    entry.baseURL = client->baseURL;
-    entry.environment = client->baseURL == client->config.testBaseURL ? "test" : "production";
-  }
-  Result<std::int64_t> id = written.journal->begin(entry);
-  if (!id) {
-    written.problem = id.error().message;
-    written.journal.reset();
-    return written;
-  }
-  entry.id = id.value();
-  return written;
-}
-
-}  // namespace
-
+// The options' client (`client` or `cppClient`); absent without one.
 std::optional<WindowClient> windowClient(const PaymentWindowOptions& options) {
   if (options.client) {
     return WindowClient{options.client->config(), options.client->CurrentDomainURL(),
@@ -197,6 +161,67 @@ std::optional<WindowClient> windowClient(const PaymentWindowOptions& options) {
   return std::nullopt;
 }
 
+// The events of a window's payment, started (WindowOpened); nothing without a client's hook.
+std::shared_ptr<const CallEvents> windowEvents(const PaymentWindowOptions& options,
+                                               const std::optional<WindowClient>& client) {
+  if (!client) return std::make_shared<const CallEvents>();
+  std::string orderID = options.reconcile ? options.reconcile->orderID
+                        : options.journal ? options.journal->orderID
+                                          : std::string();
+  return std::make_shared<const CallEvents>(EventSink::create(client->eventHook), "payment",
+                                            std::move(orderID), std::string(), client->baseURL,
+                                            EventKind::WindowOpened);
+}
+
+// The delegate to give the controller: `host` itself, or with `options.reconcile` and a client,
+// a delegate that reconciles an unclear payment.
+std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
+    std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
+    PostToWindowThread post, const std::optional<WindowClient>& client) {
+  if (!options.reconcile || !client) return host;
+  return std::make_shared<ReconcilingDelegate>(std::move(host), client->askStatus,
+                                               *options.reconcile, std::move(post));
+}
+
+// The payment's journal entry, written before its page loads.
+struct JournalEntryWritten {
+  std::shared_ptr<Journal> journal;
+  JournalEntry entry;
+  std::string problem;  // why it could not be written
+};
+
+JournalEntryWritten writeJournalEntry(const PaymentWindowOptions& options,
+                                      const std::optional<WindowClient>& client) {
+  JournalEntryWritten written;
+  const PaymentJournal& about = *options.journal;
+  Result<std::shared_ptr<Journal>> opened = Journal::open(about.path);
+  if (!opened) {
+    written.problem = opened.error().message;
+    return written;
+  }
+  written.journal = std::move(opened.value());
+  JournalEntry& entry = written.entry;
+  entry.operation = JournalOperation::Payment;
+  entry.orderID = about.orderID;
+  entry.amount = about.amount;
+  entry.currency = about.currency;
+  entry.transactionType = about.transactionType;
+  if (client) {
+    entry.baseURL = client->baseURL;
+    entry.environment = client->baseURL == client->config.testBaseURL ? "test" : "production";
+  }
+  Result<std::int64_t> id = written.journal->begin(entry);
+  if (!id) {
+    written.problem = id.error().message;
+    written.journal.reset();
+    return written;
+  }
+  entry.id = id.value();
+  return written;
+}
+
+}  // namespace
+
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options) {
   if (options.client && options.cppClient) {
     return "give the window one client: options.client or options.cppClient, not both";
@@ -225,7 +250,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   started.controller->setRequest(request);
   started.onPageLoad = options.onPageLoad;
   PaymentWindowOptions wired = options;
-  std::shared_ptr<const CallEvents> events = windowEvents(options);
+  std::shared_ptr<const CallEvents> events = windowEvents(options, client);
   if (*events) {
     started.onPageLoad = [events, chained = std::move(started.onPageLoad)](
                              PageLoadEvent event, const std::string& uri) {
@@ -245,7 +270,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   }
   std::optional<JournalEntryWritten> written;
   if (options.journal) {
-    written = writeJournalEntry(options);
+    written = writeJournalEntry(options, client);
     if (!written->journal) {
       // Nothing loads: the payment is not started.
       if (host) {
@@ -266,7 +291,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
           };
     }
   }
-  started.delegate = windowDelegate(std::move(host), wired, std::move(post));
+  started.delegate = windowDelegate(std::move(host), wired, std::move(post), client);
   if (written) {
     started.delegate = std::make_shared<JournalingDelegate>(started.delegate, written->journal,
                                                             written->entry.id);
@@ -288,15 +313,6 @@ bool needsReconciliation(bool cancelled, const PaymentResponse& response) {
                        !response.transactionReferenceNo() && !response.statusDescription());
 }
 
-std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
-    std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
-    PostToWindowThread post) {
-  std::optional<WindowClient> client = windowClient(options);
-  if (!options.reconcile || !client) return host;
-  return std::make_shared<ReconcilingDelegate>(std::move(host), std::move(client->askStatus),
-                                               *options.reconcile, std::move(post));
-}
-
 struct OutcomeRecorder::State {
   std::optional<PaymentOutcome> outcome;
   bool reconciling = false;
@@ -304,7 +320,7 @@ struct OutcomeRecorder::State {
 
 OutcomeRecorder::OutcomeRecorder(PaymentWindowOptions& options)
     : state_(std::make_shared<State>()) {
-  state_->reconciling = options.reconcile.has_value() && windowClient(options).has_value();
+  state_->reconciling = options.reconcile && (options.client || options.cppClient);
   auto record = [state = state_](bool cancelled, const PaymentResponse& response) {
     if (state->outcome) return;
     state->outcome = PaymentOutcome{cancelled, response, std::nullopt};

@@ -20,22 +20,6 @@ namespace qipg::internal {
 // Runs a task on the window's thread; callable from any thread.
 using PostToWindowThread = std::function<void(std::function<void()> task)>;
 
-// Asks the gateway's status of the reconciled order; `deliver` hears the record, or one with
-// status "F" and the reason, on any thread.
-using AskStatus = std::function<void(const PaymentReconciliation& reconcile,
-                                     std::function<void(PaymentResponse record)> deliver)>;
-
-// What a window needs of the client that built its request, of either layer.
-struct WindowClient {
-  GatewayConfig config;  // where the final page is
-  std::string baseURL;   // the base URL in use
-  EventHook eventHook;
-  AskStatus askStatus;
-};
-
-// The options' client (`client` or `cppClient`); absent without one.
-std::optional<WindowClient> windowClient(const PaymentWindowOptions& options);
-
 // Why these options cannot open a window; absent when they can.
 std::optional<std::string> optionsProblem(const PaymentWindowOptions& options);
 
@@ -103,10 +87,13 @@ struct WindowController {
 };
 
 // The controller of `window`, wired and loaded: its final page under the client's base URLs
-// (else `options.gateway`'s), its request set, `window` as every port, `timers` as its
-// timers and windowDelegate(host, options, post) as its delegate. With a client whose event hook
-// is set, the window's events (opened, each page loaded, the final page read, reconciled) go
-// to that hook.
+// (else `options.gateway`'s), its request set, `window` as every port and `timers` as its
+// timers. Its delegate passes each message on to `host` (held weakly) unchanged and, with
+// `options.reconcile` and a client, asks the gateway for the status of an unclear payment once
+// and hands that record to `reconcile->onStatus` through `post`; with `options.journal`, the
+// payment's entry is written before anything loads. With a client whose event hook is set,
+// the window's events (opened, each page loaded, the final page read, reconciled) go to that
+// hook.
 WindowController startController(const PaymentWindowOptions& options, const URLRequest& request,
                                  std::shared_ptr<IPGPaymentControllerDelegate> host,
                                  PostToWindowThread post,
@@ -116,14 +103,6 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
 // True when a payment that ended this way is unclear: cancelled, or a final page whose record
 // could not be read (status "F" and no order, reference or description).
 bool needsReconciliation(bool cancelled, const PaymentResponse& response);
-
-// The delegate to give the controller: `host` itself, or with `options.reconcile` set, a
-// delegate that passes each message on to `host` (held weakly) unchanged and then, when the
-// payment is unclear, asks the gateway for the order's status once and hands that record to
-// `reconcile->onStatus` through `post`. The window keeps the returned delegate alive.
-std::shared_ptr<IPGPaymentControllerDelegate> windowDelegate(
-    std::shared_ptr<IPGPaymentControllerDelegate> host, const PaymentWindowOptions& options,
-    PostToWindowThread post);
 
 // Records what a window run to its end says: its delegate's message and, with reconciliation,
 // the status record (chained before any `onStatus` the host set).
