@@ -95,57 +95,51 @@ struct Toolkit {
   std::function<bool(const std::function<bool()>&, unsigned)> runUntil;
 };
 
-// The toolkit of the window class W (qipg::PaymentWindow or qipg::QtPaymentWindow), presented by
-// `presentW` and driven by `runUntil`.
+// A window (qipg::PaymentWindow or qipg::QtPaymentWindow) or a view in its till
+// (qipg::PaymentView or qipg::QtPaymentView) as the tour drives it; a screenshot of either is
+// the whole window it is, or is in.
+template <class Shown>
+class Shell final : public Window {
+ public:
+  explicit Shell(std::shared_ptr<Shown> shown) : shown_(std::move(shown)) {}
+  void runJavaScript(const std::string& script,
+                     std::function<void(const qipg::Text&)> completion) override {
+    shown_->runJavaScript(script, std::move(completion));
+  }
+  void saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion) override {
+    shown_->saveScreenshot(pngPath, std::move(completion), qipg::WindowSnapshotArea::Window);
+  }
+  void pressCancel() override { shown_->pressCancel(); }
+  // A view stays in its till after a payment: it is open while a payment is under way.
+  bool isOpen() const override {
+    if constexpr (requires { shown_->isActive(); }) {
+      return shown_->isActive();
+    } else {
+      return shown_->isOpen();
+    }
+  }
+
+ private:
+  std::shared_ptr<Shown> shown_;
+};
+
+// The toolkit of the window class W, presented by `presentW` and driven by `runUntil`.
 template <class W, auto presentW, auto runUntil>
 Toolkit toolkitOf() {
-  class Adapter final : public Window {
-   public:
-    explicit Adapter(std::shared_ptr<W> window) : window_(std::move(window)) {}
-    void runJavaScript(const std::string& script,
-                       std::function<void(const qipg::Text&)> completion) override {
-      window_->runJavaScript(script, std::move(completion));
-    }
-    void saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion) override {
-      window_->saveScreenshot(pngPath, std::move(completion));
-    }
-    void pressCancel() override { window_->pressCancel(); }
-    bool isOpen() const override { return window_->isOpen(); }
-
-   private:
-    std::shared_ptr<W> window_;
-  };
   return {
       [](const qipg::URLRequest& request,
          std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
          const qipg::PaymentWindowOptions& options, std::string* error) -> std::unique_ptr<Window> {
         std::shared_ptr<W> window = presentW(request, std::move(delegate), options, error);
-        return window ? std::make_unique<Adapter>(std::move(window)) : nullptr;
+        return window ? std::make_unique<Shell<W>>(std::move(window)) : nullptr;
       },
       runUntil};
 }
 
-// The view class V (qipg::PaymentView or qipg::QtPaymentView) in a till window shown by
-// `showTill`: the first payment makes the view and the till, and every payment after it starts
-// in the same view. The till's screenshots picture the whole till.
+// The view class V in a till window shown by `showTill`: the first payment makes the view and
+// the till, and every payment after it starts in the same view.
 template <class V, auto runUntil, auto showTill>
 Toolkit embeddedToolkitOf() {
-  class Adapter final : public Window {
-   public:
-    explicit Adapter(std::shared_ptr<V> view) : view_(std::move(view)) {}
-    void runJavaScript(const std::string& script,
-                       std::function<void(const qipg::Text&)> completion) override {
-      view_->runJavaScript(script, std::move(completion));
-    }
-    void saveScreenshot(const std::string& pngPath, std::function<void(bool)> completion) override {
-      view_->saveScreenshot(pngPath, std::move(completion), qipg::WindowSnapshotArea::Window);
-    }
-    void pressCancel() override { view_->pressCancel(); }
-    bool isOpen() const override { return view_->isActive(); }
-
-   private:
-    std::shared_ptr<V> view_;
-  };
   auto view = std::make_shared<std::shared_ptr<V>>();
   return {[view](const qipg::URLRequest& request,
                  std::shared_ptr<qipg::IPGPaymentControllerDelegate> delegate,
@@ -157,7 +151,7 @@ Toolkit embeddedToolkitOf() {
               showTill((*view)->widget(), "1500.00");
             }
             if (!(*view)->start(request, std::move(delegate), options, error)) return nullptr;
-            return std::make_unique<Adapter>(*view);
+            return std::make_unique<Shell<V>>(*view);
           },
           runUntil};
 }
