@@ -1,5 +1,8 @@
 #include "ui/qt/ProgressLine.h"
 
+#include <QAccessible>
+#include <QAccessibleValueInterface>
+#include <QAccessibleWidget>
 #include <QPainter>
 #include <algorithm>
 #include <cmath>
@@ -35,10 +38,48 @@ class ProgressLine::Widget final : public QWidget {
   std::shared_ptr<ProgressLineState> state_;
 };
 
+namespace {
+
+// The line as assistive technology sees it: a progress bar from 0 to 1 whose value is the
+// line's progress (read only).
+class AccessibleLine final : public QAccessibleWidget, public QAccessibleValueInterface {
+ public:
+  explicit AccessibleLine(ProgressLine::Widget* line)
+      : QAccessibleWidget(line, QAccessible::ProgressBar), line_(line) {}
+  void* interface_cast(QAccessible::InterfaceType type) override {
+    if (type == QAccessible::ValueInterface) return static_cast<QAccessibleValueInterface*>(this);
+    return QAccessibleWidget::interface_cast(type);
+  }
+  QVariant currentValue() const override;
+  void setCurrentValue(const QVariant&) override {}
+  QVariant maximumValue() const override { return 1.0; }
+  QVariant minimumValue() const override { return 0.0; }
+  QVariant minimumStepSize() const override { return 0.0; }
+
+ private:
+  const ProgressLine::Widget* line_;  // Qt deletes this interface with its widget
+};
+
+QAccessibleInterface* accessibleLine(const QString&, QObject* object) {
+  auto* line = dynamic_cast<ProgressLine::Widget*>(object);
+  return line != nullptr ? new AccessibleLine(line) : nullptr;
+}
+
+}  // namespace
+
+QVariant AccessibleLine::currentValue() const {
+  return static_cast<double>(line_->state().progress);
+}
+
 ProgressLine::ProgressLine(Widget* widget, std::shared_ptr<ProgressLineState> state)
     : ProgressLineBase(std::move(state)), widget_(widget) {}
 
 std::shared_ptr<ProgressLine> ProgressLine::addTo(QWidget* bar) {
+  static const bool factoryInstalled = [] {
+    QAccessible::installFactory(&accessibleLine);
+    return true;
+  }();
+  static_cast<void>(factoryInstalled);
   auto state = std::make_shared<ProgressLineState>();
   auto* widget = new Widget(bar, state);
   widget->raise();
@@ -51,10 +92,9 @@ void ProgressLine::placeAll(QWidget* bar) {
     auto* line = dynamic_cast<Widget*>(child);
     if (line == nullptr) continue;
     const Rect place = line->state().placeIn(bar->width(), bar->height());
-    line->setGeometry(static_cast<int>(std::lround(place.x)),
-                      static_cast<int>(std::lround(place.y)),
-                      static_cast<int>(std::lround(place.width)),
-                      static_cast<int>(std::lround(place.height)));
+    line->setGeometry(
+        static_cast<int>(std::lround(place.x)), static_cast<int>(std::lround(place.y)),
+        static_cast<int>(std::lround(place.width)), static_cast<int>(std::lround(place.height)));
   }
 }
 
@@ -62,6 +102,9 @@ void ProgressLine::changed() {
   if (widget_ == nullptr) return;
   widget_->setVisible(!state_->hidden);
   widget_->update();
+  // Announced to assistive technology as the load goes on.
+  QAccessibleValueChangeEvent event(widget_, static_cast<double>(state_->progress));
+  QAccessible::updateAccessibility(&event);
 }
 
 void ProgressLine::framed() {

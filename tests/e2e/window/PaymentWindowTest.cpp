@@ -517,6 +517,14 @@ TEST_F(PaymentWindowTest, ProgressLineShowsWhileLoadingAndAFailureLeavesTheWindo
   EXPECT_EQ(line->y, line->barHeight - 2.0);
   EXPECT_EQ(line->width, line->barWidth);
   EXPECT_EQ(line->height, 2.0);
+  // Each control of ours is named for assistive technology, the line with its value.
+  for (const auto& [role, name] : {std::pair{toolkit::Role::Button, "Cancel"},
+                                   {toolkit::Role::ProgressBar, "Loading"},
+                                   {toolkit::Role::Image, "Secure connection"},
+                                   {toolkit::Role::Any, "Payment page"},
+                                   {toolkit::Role::Any, "Payment"}}) {
+    EXPECT_TRUE(toolkit::named(*flow.window, role, name)) << name;
+  }
 
   doomed->clearFaults();
   const std::string form = doomed->baseURL() + "doMEPayRequest";

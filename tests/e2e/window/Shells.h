@@ -13,6 +13,9 @@
 
 namespace toolkit {
 
+// What a control of ours is to assistive technology.
+enum class Role { Any, Button, Image, ProgressBar };
+
 inline bool embedded() {
   static const bool yes = [] {
     const char* value = std::getenv("QIPG_TEST_EMBEDDED");

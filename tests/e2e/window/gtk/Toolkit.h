@@ -106,17 +106,21 @@ struct Line {
   double x = 0, y = 0, width = 0, height = 0, barWidth = 0, barHeight = 0;
 };
 
-inline void findLines(GtkWidget* widget, std::vector<GtkWidget*>& lines) {
-  if (gtk_widget_has_css_class(widget, "qipg-progress-line")) lines.push_back(widget);
+// The widgets under `widget` (itself included) for which `match` holds, in tree order.
+inline void findAll(GtkWidget* widget, const std::function<bool(GtkWidget*)>& match,
+                    std::vector<GtkWidget*>& found) {
+  if (match(widget)) found.push_back(widget);
   for (GtkWidget* c = gtk_widget_get_first_child(widget); c; c = gtk_widget_get_next_sibling(c)) {
-    findLines(c, lines);
+    findAll(c, match, found);
   }
 }
 
 inline std::optional<Line> progressLine(Window& window) {
   std::vector<GtkWidget*> lines;
   if (window.nativeWindow() == nullptr) return std::nullopt;
-  findLines(GTK_WIDGET(window.nativeWindow()), lines);
+  findAll(
+      GTK_WIDGET(window.nativeWindow()),
+      [](GtkWidget* w) { return gtk_widget_has_css_class(w, "qipg-progress-line") != 0; }, lines);
   if (lines.empty()) return std::nullopt;
   GtkWidget* line = lines.back();
   GtkWidget* bar = gtk_widget_get_parent(line);
@@ -129,6 +133,39 @@ inline std::optional<Line> progressLine(Window& window) {
               place.size.height,
               static_cast<double>(gtk_widget_get_width(bar)),
               static_cast<double>(gtk_widget_get_height(bar))};
+}
+
+// Whether a widget of the window is named `name` for assistive technology in `role` (its label,
+// or a button's own text); a progress bar must also give its value.
+inline bool named(Window& window, Role role, const std::string& name) {
+  const GtkAccessibleRole wanted = role == Role::Button        ? GTK_ACCESSIBLE_ROLE_BUTTON
+                                   : role == Role::Image       ? GTK_ACCESSIBLE_ROLE_IMG
+                                   : role == Role::ProgressBar ? GTK_ACCESSIBLE_ROLE_PROGRESS_BAR
+                                                               : GTK_ACCESSIBLE_ROLE_NONE;
+  std::vector<GtkWidget*> found;
+  if (window.nativeWindow() == nullptr) return false;
+  findAll(
+      GTK_WIDGET(window.nativeWindow()),
+      [&](GtkWidget* w) {
+        auto* accessible = GTK_ACCESSIBLE(w);
+        if (role != Role::Any && !gtk_test_accessible_has_role(accessible, wanted)) return false;
+        if (role == Role::ProgressBar &&
+            !gtk_test_accessible_has_property(accessible, GTK_ACCESSIBLE_PROPERTY_VALUE_NOW)) {
+          return false;
+        }
+        if (GTK_IS_BUTTON(w) && gtk_button_get_label(GTK_BUTTON(w)) != nullptr) {
+          return name == gtk_button_get_label(GTK_BUTTON(w));
+        }
+        if (!gtk_test_accessible_has_property(accessible, GTK_ACCESSIBLE_PROPERTY_LABEL)) {
+          return false;
+        }
+        char* differs =
+            gtk_test_accessible_check_property(accessible, GTK_ACCESSIBLE_PROPERTY_LABEL, name.c_str());
+        g_free(differs);
+        return differs == nullptr;
+      },
+      found);
+  return !found.empty();
 }
 
 }  // namespace toolkit

@@ -1,6 +1,7 @@
 // The Qt window and view for the shared window tests and the window benchmark.
 #pragma once
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCloseEvent>
 #include <QHBoxLayout>
@@ -117,6 +118,37 @@ inline std::optional<Line> progressLine(Window& window) {
   return Line{line->isVisible(),        double(line->x()),      double(line->y()),
               double(line->width()),    double(line->height()), double(bar->width()),
               double(bar->height() - 1)};
+}
+
+// Whether a widget of the window is named `name` for assistive technology in `role`; a progress
+// bar must also give its value.
+inline bool named(Window& window, Role role, const std::string& name) {
+  auto* root = static_cast<QWidget*>(window.nativeWindow());
+  if (root == nullptr) return false;
+  QList<QWidget*> widgets = root->findChildren<QWidget*>();
+  widgets.prepend(root);
+  for (QWidget* widget : widgets) {
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(widget);
+    if (accessible == nullptr || accessible->text(QAccessible::Name).toStdString() != name) {
+      continue;
+    }
+    switch (role) {
+      case Role::Any:
+        return true;
+      case Role::Button:
+        if (accessible->role() == QAccessible::Button) return true;
+        break;
+      case Role::Image:
+        if (accessible->role() == QAccessible::Graphic) return true;
+        break;
+      case Role::ProgressBar:
+        if (accessible->role() == QAccessible::ProgressBar && accessible->valueInterface()) {
+          return true;
+        }
+        break;
+    }
+  }
+  return false;
 }
 
 }  // namespace toolkit
