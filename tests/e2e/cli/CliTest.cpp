@@ -168,9 +168,6 @@ TEST_F(CliTest, ScriptedPaymentsGiveEachTestCardsResult) {
     EXPECT_EQ(ipg({"sandbox", "fault", "status", "http500"}).exitCode, 0);
     EXPECT_EQ(ipg({"status", "--order", "O1", "--ref", "1"}).exitCode, 4);
     EXPECT_EQ(ipg({"sandbox", "fault", "status", "none"}).exitCode, 0);
-    const std::string help = ipg({"sandbox", "fault", "--help"}).out;
-    EXPECT_NE(help.find("Spoils every later answer of ENDPOINT"), std::string::npos) << help;
-    EXPECT_EQ(help.find("Runs the Quandrel IPG sandbox"), std::string::npos) << help;
   }
   int order = 0;
   for (const qipg::sandbox::TestCard& card : qipg::sandbox::testCards()) {

@@ -66,7 +66,6 @@ TEST_F(EnvelopeCommand, RefusalsSayWhyNeverShowTheKeyAndLeaveNothingBehind) {
       {"envelope seal --env staging", "x", key, 2,
        "--env: staging not in {test,production}\n" + help},
       {"envelope seal", "x", "", 2, "ipg envelope: no key: set QIPG_KEY or give --key-file FILE\n"},
-      {"envelope", "", key, 2, "A subcommand is required\n" + help},
       // Never from the command line, where every user sees it; the key itself is not echoed.
       {"envelope seal --key " + key, "x", "", 2,
        "--key: a key on the command line is visible to other users in the process list; use "

@@ -70,16 +70,11 @@ class DroppingPeer {
       std::string pending;
       for (bool open = true; open;) {
         const std::size_t head = pending.find("\r\n\r\n");
-        if (head == std::string::npos) {
-          char buffer[4096];
-          const int got = receive(buffer, sizeof buffer);
-          if (got <= 0) break;
-          pending.append(buffer, static_cast<std::size_t>(got));
-          continue;
-        }
         const std::size_t length = pending.find("\r\nContent-Length: ");
-        const std::size_t total =
-            head + 4 + (length < head ? std::stoul(pending.substr(length + 18)) : 0);
+        const std::size_t total =  // npos until the head is whole
+            head == std::string::npos
+                ? head
+                : head + 4 + (length < head ? std::stoul(pending.substr(length + 18)) : 0);
         if (pending.size() < total) {
           char buffer[4096];
           const int got = receive(buffer, sizeof buffer);

