@@ -10,7 +10,10 @@
 //     shown in our window, beside a bare engine view (no library code, the same engine
 //     settings) showing the same form, each in a fresh process;
 //   - the PSS after 50 payments one after another in one payment view (in a till window),
-//     beside the PSS after its first payment (--view-payments=N for another count).
+//     beside the PSS after its first payment (--view-payments=N for another count); and the
+//     private memory after them beside that after the 10th, once the engine's caches are warm:
+//     what a leak per payment would grow (PSS also moves with other processes that share the
+//     same libraries, such as tests running beside it).
 //
 // Needs a display: run it through scripts/with-display. Without one it says so and exits 0.
 //   scripts/with-display build/bin/bench_payment_page[_qt] [--iterations=N]
@@ -185,6 +188,7 @@ long peakRssKiB() { return sumOverTree("status", "VmHWM:"); }
 
 // Proportional memory (PSS) of this process and its browser processes now, in KiB.
 long pssKiB() { return sumOverTree("smaps_rollup", "Pss:"); }
+long privateKiB() { return sumOverTree("smaps_rollup", "Private_Dirty:"); }
 
 // Runs this program again with `argument` and reads the numbers of its line that starts with
 // `tag`; false when it failed.
@@ -262,13 +266,14 @@ int memoryWithForm(const std::string& dir, bool bare) {
 }
 
 // In a child process: `payments` payments one after another in one payment view, embedded in
-// a till window; the PSS after the first and after the last. Prints "VIEW <KiB> <KiB>".
+// a till window; the PSS after the first and after the last, the private memory after the
+// 10th (or the last, when fewer) and after the last. Prints "VIEW <KiB> <KiB> <KiB> <KiB>".
 int paymentsInOneView(const std::string& dir, int payments) {
   auto gateway = startGateway(dir + "/view-" + std::to_string(getpid()));
   if (!gateway) return 1;
   const std::string formPage = gateway->baseURL() + "doMEPayRequest";
   std::shared_ptr<toolkit::Window> till;
-  long afterFirst = 0;
+  long afterFirst = 0, privateAfterTenth = 0;
   for (int n = 0; n < payments; ++n) {
     std::shared_ptr<qipg::QuandrelIPG> client;
     auto request = paymentRequest(*gateway, client);
@@ -292,8 +297,9 @@ int paymentsInOneView(const std::string& dir, int payments) {
     if (!toolkit::spinUntil([&] { return told; })) return 1;
     toolkit::spinUntil([] { return false; }, 1);  // what the ended payment let go of is gone
     if (n == 0) afterFirst = pssKiB();
+    if (n == std::min(payments, 10) - 1) privateAfterTenth = privateKiB();
   }
-  std::printf("VIEW %ld %ld\n", afterFirst, pssKiB());
+  std::printf("VIEW %ld %ld %ld %ld\n", afterFirst, pssKiB(), privateAfterTenth, privateKiB());
   std::fflush(stdout);
   std::_Exit(0);  // the engines' teardown is not measured
 }
@@ -425,7 +431,7 @@ int run(int argc, char** argv) {
   std::vector<double> viewKiB;
   setenv("QIPG_TEST_EMBEDDED", "1", 1);
   const bool viewRan = runChild(self, "--memory=view --view-payments=" + std::to_string(viewPayments),
-                                "VIEW", viewKiB) && viewKiB.size() == 2;
+                                "VIEW", viewKiB) && viewKiB.size() == 4;
   unsetenv("QIPG_TEST_EMBEDDED");
   if (!viewRan) {
     std::fprintf(stderr, "bench: the payments in one view did not all end\n");
@@ -476,6 +482,9 @@ int run(int argc, char** argv) {
       "bare engine view, same form and settings", median(bareKiB), "KiB");
   const std::string afterAll = "PSS after " + std::to_string(viewPayments) + " payments in one view";
   row(afterAll.c_str(), viewKiB[1], "after its first payment", viewKiB[0], "KiB");
+  const std::string privateAfterAll =
+      "private memory after " + std::to_string(viewPayments) + " payments";
+  row(privateAfterAll.c_str(), viewKiB[3], "after its 10th payment", viewKiB[2], "KiB");
   if (firstOpens > 0) {
     std::printf("\npeak RSS with one window open (process and its browser processes): %.0f KiB\n",
                 median(rss));
