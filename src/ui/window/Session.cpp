@@ -272,11 +272,7 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   if (options.journal) {
     written = writeJournalEntry(options, client);
     if (!written->journal) {
-      // Nothing loads: the payment is not started.
-      if (host) {
-        host->didTransactionComplete(failedStatus(
-            "the payment was not started: " + written->problem));
-      }
+      started.notStarted = failedStatus("the payment was not started: " + written->problem);
       started.delegate = host;
       return started;
     }

@@ -84,6 +84,9 @@ struct WindowController {
   // What the window calls at each page load: the options' onPageLoad, after the client's
   // events have heard of it.
   std::function<void(PageLoadEvent event, const std::string& uri)> onPageLoad;
+  // Set when the payment cannot start (its journal entry could not be written): the record its
+  // delegate is to hear. Nothing is wired to the window then, and nothing loads.
+  std::optional<PaymentResponse> notStarted;
 };
 
 // The controller of `window`, wired and loaded: its final page under the client's base URLs

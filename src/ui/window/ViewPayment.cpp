@@ -29,6 +29,19 @@ bool ViewPayment::start(const URLRequest& request,
   options_.onPageLoad = std::move(started.onPageLoad);
   active_ = true;
   keepAlive_ = self;
+  if (started.notStarted) {
+    // Nothing loads: the payment ends from the event loop as a dismissal ends it (once the
+    // window around the view is set up), and then its delegate hears why.
+    appeared_ = true;
+    post_([weak = weak_from_this(), record = std::move(*started.notStarted)] {
+      auto view = weak.lock();
+      if (!view || !view->active_) return;
+      view->dismiss(false, [delegate = view->delegate_, record] {
+        if (delegate) delegate->didTransactionComplete(record);
+      });
+    });
+    return true;
+  }
   idle_.start(options_.idleCancelSeconds, *timers_, [this] { cancel(); });
   if (onScreen()) onScreenNow();
   return true;

@@ -419,9 +419,17 @@ TEST_F(PaymentWindowTest, OneViewTakesPaymentAfterPayment) {
   const auto view = first.window->view();
   EXPECT_EQ(view->nativeWebView(), nullptr);
 
+  // A journal that cannot take a payment: nothing loads, the delegate hears why, the view is free.
+  Flow refused(*gateway, false, "", {});
+  refused.window = std::make_shared<toolkit::Window>(view, first.window->nativeWindow(), nullptr);
+  refused.options.journal = PaymentJournal{.path = "/dev/null/journal.sqlite3"};
+  std::string error;
+  ASSERT_TRUE(view->start(refused.request, refused.delegate, refused.options, &error)) << error;
+  ASSERT_TRUE(spinUntil([&] { return refused.told() && !view->isActive(); }));
+  EXPECT_EQ(refused.completed.at(0).statusDescription()->rfind("the payment was not started", 0), 0u);
+
   Flow second(*gateway, false, "", {});
   second.window = std::make_shared<toolkit::Window>(view, first.window->nativeWindow(), nullptr);
-  std::string error;
   ASSERT_TRUE(view->start(second.request, second.delegate, second.options, &error)) << error;
   EXPECT_FALSE(view->start(second.request, second.delegate, second.options, &error));
   EXPECT_EQ(error, "a payment is under way in this view");
