@@ -38,8 +38,6 @@ TEST_F(ClientCreation, EnvironmentValueSelectsGatewayDigestAndIV) {
       {0, "https://p.example/", kProductionDigest, kProductionIV},
       {1, "https://t.example/ipg/", kTestDigest, kTestIV},
       {2, "https://p.example/", kProductionDigest, kProductionIV},
-      {std::numeric_limits<std::uint64_t>::max(), "https://p.example/", kProductionDigest,
-       kProductionIV},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.environment.value_or(999));

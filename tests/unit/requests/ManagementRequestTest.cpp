@@ -45,7 +45,6 @@ const std::vector<Case> kShared = {
     {&Args::mid, "M 1", "Invalid input for Merchant ID"},
     {&Args::key, std::nullopt, "Invalid Encryption Key"},
     {&Args::key, rep('k', 31), "Invalid length for Encryption Key"},
-    {&Args::key, rep('k', 30) + "#", "Invalid length for Encryption Key"},
     {&Args::key, rep('k', 31) + "-", "Invalid input for Encryption Key"},
     {&Args::ref, rep('1', 16), "Success"},
     {&Args::ref, rep('1', 17), "Invalid Transaction Reference Number Input"},

@@ -151,7 +151,6 @@ TEST_F(WebviewControllerTest, FinalPageIsRecognisedByWholeAddressOnly) {
       {kTestFinal + "#top", false},
       {"https://127.0.0.1:8443/IPG/paymentInvoice", false},
       {"https://127.0.0.1:8443/ipg/paymentinvoice", false},
-      {"x" + kTestFinal, false},
       {std::nullopt, false},
   };
   for (const auto& c : cases) {
