@@ -383,7 +383,7 @@ int openPaymentWindow(const qipg::URLRequest& request,
   }
   qipg::PaymentWindowOptions options;
   options.client = client;
-  options.title = o.card ? "Card payment" : "Payment";
+  if (o.card) options.title = "Card payment";  // else the chrome's own word, in its language
   options.trustedCAFile = client->config().caFile;  // for the request's own host
   options.reconcile = qipg::PaymentReconciliation{o.order, credentials.mid, credentials.key, {}};
   // The window writes the entry; a journal that cannot be opened keeps it from opening.

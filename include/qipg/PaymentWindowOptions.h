@@ -96,9 +96,23 @@ struct QIPG_EXPORT PaymentWindowOptions {
   std::string trustedCAFile;
   std::string trustedHost;  ///< The one host `trustedCAFile` is trusted for.
 
-  std::string title = "Payment";  ///< the window's title (the bar itself shows no title)
-  int width = 480;                ///< the window's initial size, in pixels
-  int height = 760;               ///< the window's initial height, in pixels
+  /// The window's title (the bar itself shows no title); empty: "Payment" in the chrome's
+  /// language.
+  std::string title;
+  int width = 480;   ///< the window's initial size, in pixels
+  int height = 760;  ///< the window's initial height, in pixels
+
+  /// The language of our own words around the gateway's page (Cancel, the names assistive
+  /// technology reads, the default title), as a locale name: "hi_IN" for Hindi, "en_GB" for
+  /// English. Empty: from the process's locale (LANGUAGE, LC_ALL, LC_MESSAGES, LANG). English
+  /// and Hindi are shipped; any other language shows English. The gateway's page, the messages
+  /// and the records are never translated.
+  ///
+  /// GTK reads its catalogue through gettext in that locale, so the machine must have it
+  /// (`locale -a`; Debian: `localedef -i hi_IN -f UTF-8 hi_IN.UTF-8`), else the chrome is
+  /// English; as gettext does everywhere, a LANGUAGE variable in the environment takes
+  /// precedence. Qt needs no installed locale.
+  std::string language;
 
   /// The toolkit's window to stay on top of, modally (a GtkWindow* for the GTK window, a
   /// QWidget* for the Qt one); nullptr: a window of its own.

@@ -14,6 +14,7 @@
 #include "ui/gtk/PaymentViewImpl.h"
 #include "ui/gtk/ProgressLine.h"
 #include "ui/gtk/Screenshot.h"
+#include "ui/gtk/Translation.h"
 #include "ui/gtk/WeakPointer.h"
 #include "ui/window/TlsTrust.h"
 
@@ -141,8 +142,6 @@ void PaymentView::Impl::build() {
   root_ = gtk_box_new(GTK_ORIENTATION_VERTICAL, 0);
   g_object_ref_sink(root_);
   gtk_widget_add_css_class(root_, "qipg-payment-view");
-  gtk_accessible_update_property(GTK_ACCESSIBLE(root_), GTK_ACCESSIBLE_PROPERTY_LABEL, "Payment",
-                                 -1);
   gtk_widget_set_vexpand(root_, TRUE);
   gtk_widget_set_hexpand(root_, TRUE);
 
@@ -155,7 +154,7 @@ void PaymentView::Impl::build() {
   g_signal_connect(bar, "get-child-position", G_CALLBACK(&ProgressLine::placeChild), nullptr);
 
   GtkWidget* row = gtk_center_box_new();
-  GtkWidget* cancel = gtk_button_new_with_label("Cancel");
+  GtkWidget* cancel = gtk_button_new();
   watch(cancelButton_, cancel);
   gtk_widget_add_css_class(cancel, "qipg-cancel");
   gtk_widget_set_valign(cancel, GTK_ALIGN_CENTER);
@@ -171,15 +170,11 @@ void PaymentView::Impl::build() {
   GtkWidget* addressRow = gtk_box_new(GTK_ORIENTATION_HORIZONTAL, 4);
   gtk_widget_set_halign(addressRow, GTK_ALIGN_CENTER);
   GtkWidget* lock = gtk_image_new_from_icon_name("channel-secure-symbolic");
-  gtk_accessible_update_property(GTK_ACCESSIBLE(lock), GTK_ACCESSIBLE_PROPERTY_LABEL,
-                                 "Secure connection", -1);
   watch(lock_, lock);
   gtk_widget_add_css_class(lock, "qipg-lock");
   gtk_widget_set_visible(lock, FALSE);
   GtkWidget* address = gtk_label_new("");
   watch(address_, address);
-  gtk_accessible_update_property(GTK_ACCESSIBLE(address), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
-                                 "Address of the page shown", -1);
   gtk_widget_add_css_class(address, "qipg-address");
   gtk_label_set_ellipsize(address_, PANGO_ELLIPSIZE_MIDDLE);
   gtk_box_append(GTK_BOX(addressRow), lock);
@@ -198,6 +193,24 @@ void PaymentView::Impl::build() {
   gtk_event_controller_set_propagation_phase(input, GTK_PHASE_CAPTURE);
   g_signal_connect(input, "event", G_CALLBACK(&Impl::onInput), this);
   gtk_widget_add_controller(root_, input);
+  speak(internal::chromeIn({}));
+}
+
+void PaymentView::Impl::speak(internal::ChromeText words) {
+  words_ = std::move(words);
+  gtk_accessible_update_property(GTK_ACCESSIBLE(root_), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                 words_.payment.c_str(), -1);
+  if (cancelButton_ != nullptr) {
+    gtk_button_set_label(GTK_BUTTON(cancelButton_), words_.cancel.c_str());
+  }
+  if (lock_ != nullptr) {
+    gtk_accessible_update_property(GTK_ACCESSIBLE(lock_), GTK_ACCESSIBLE_PROPERTY_LABEL,
+                                   words_.secureConnection.c_str(), -1);
+  }
+  if (address_ != nullptr) {
+    gtk_accessible_update_property(GTK_ACCESSIBLE(address_), GTK_ACCESSIBLE_PROPERTY_DESCRIPTION,
+                                   words_.pageAddress.c_str(), -1);
+  }
 }
 
 gboolean PaymentView::Impl::onInput(GtkEventControllerLegacy*, GdkEvent* event, gpointer data) {
@@ -217,6 +230,7 @@ gboolean PaymentView::Impl::onInput(GtkEventControllerLegacy*, GdkEvent* event, 
 }
 
 void PaymentView::Impl::beginPayment() {
+  speak(internal::chromeIn(options().language));
   hiddenWhileAt_.clear();
   lastLoaded_.reset();
   currentLoadFailed_ = false;
@@ -230,7 +244,7 @@ void PaymentView::Impl::beginPayment() {
   }
   watch(webView_, webView);
   gtk_accessible_update_property(GTK_ACCESSIBLE(webView), GTK_ACCESSIBLE_PROPERTY_LABEL,
-                                 "Payment page", -1);
+                                 words_.paymentPage.c_str(), -1);
   gtk_widget_set_vexpand(webView, TRUE);
   gtk_widget_set_hexpand(webView, TRUE);
   WebKitSettings* settings = webkit_web_view_get_settings(webView_);
@@ -290,7 +304,7 @@ Rect PaymentView::Impl::bounds() const {
 }
 
 std::shared_ptr<ProgressBarPort> PaymentView::Impl::addProgressBar() {
-  return bar_ != nullptr ? ProgressLine::addTo(bar_) : nullptr;
+  return bar_ != nullptr ? ProgressLine::addTo(bar_, words_.loading) : nullptr;
 }
 
 void PaymentView::Impl::setText(const Text& text) {

@@ -13,6 +13,7 @@
 
 #include "qipg/PaymentView.h"
 #include "ui/gtk/MainLoop.h"
+#include "ui/window/Chrome.h"
 #include "ui/window/ViewPayment.h"
 
 namespace qipg {
@@ -21,8 +22,10 @@ struct PaymentView::Impl final : internal::ViewPayment {
   Impl() : ViewPayment(&internal::runWhenIdle, internal::mainLoopTimerScheduler()) {}
   ~Impl() override;
 
-  // The bar and the place of the web view; idle.
+  // The bar and the place of the web view; idle, its words in the process's language.
   void build();
+  // Puts the chrome's words in place (a payment's options may choose another language).
+  void speak(internal::ChromeText words);
   std::shared_ptr<Impl> self() { return std::static_pointer_cast<Impl>(shared_from_this()); }
   std::weak_ptr<Impl> weakSelf() { return self(); }
 
@@ -59,6 +62,7 @@ struct PaymentView::Impl final : internal::ViewPayment {
   GtkLabel* address_ = nullptr;
   GtkWidget* lock_ = nullptr;
   GtkWidget* cancelButton_ = nullptr;
+  internal::ChromeText words_;
   // The payment's own ephemeral network session: nothing reaches the disk or another payment.
   WebKitNetworkSession* session_ = nullptr;
 

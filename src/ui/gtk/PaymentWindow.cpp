@@ -92,7 +92,6 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
   view.build();
   GtkWidget* window = gtk_window_new();
   watch(impl->window_, window);
-  gtk_window_set_title(impl->window_, options.title.c_str());
   gtk_window_set_default_size(impl->window_, options.width, options.height);
   if (options.transientFor != nullptr) {
     gtk_window_set_transient_for(impl->window_, GTK_WINDOW(options.transientFor));
@@ -101,10 +100,13 @@ std::shared_ptr<PaymentWindow> presentPaymentWindow(
   }
   gtk_window_set_deletable(impl->window_, options.closeButton);
   if (options.fullScreen) gtk_window_fullscreen(impl->window_);
+  const std::string title = options.title;
   if (!view.start(request, std::move(delegate), std::move(options), error)) {
     gtk_window_destroy(impl->window_);
     return nullptr;
   }
+  // Set once the payment has chosen the chrome's language.
+  gtk_window_set_title(impl->window_, (title.empty() ? view.words_.payment : title).c_str());
   gtk_window_set_child(impl->window_, view.root_);
   view.onEnded = [weak = std::weak_ptr<PaymentWindow::Impl>(impl)] {
     // Dismissal destroys the window; there is no animation.

@@ -39,7 +39,7 @@ ProgressLine::~ProgressLine() {
   }
 }
 
-std::shared_ptr<ProgressLine> ProgressLine::addTo(GtkOverlay* bar) {
+std::shared_ptr<ProgressLine> ProgressLine::addTo(GtkOverlay* bar, const std::string& name) {
   GtkWidget* widget = GTK_WIDGET(g_object_new(GTK_TYPE_DRAWING_AREA, "accessible-role",
                                               GTK_ACCESSIBLE_ROLE_PROGRESS_BAR, nullptr));
   gtk_widget_add_css_class(widget, "qipg-progress-line");
@@ -48,7 +48,7 @@ std::shared_ptr<ProgressLine> ProgressLine::addTo(GtkOverlay* bar) {
   gtk_accessible_update_property(GTK_ACCESSIBLE(widget), GTK_ACCESSIBLE_PROPERTY_VALUE_MIN, 0.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_MAX, 1.0,
                                  GTK_ACCESSIBLE_PROPERTY_VALUE_NOW, 0.0,
-                                 GTK_ACCESSIBLE_PROPERTY_LABEL, "Loading", -1);
+                                 GTK_ACCESSIBLE_PROPERTY_LABEL, name.c_str(), -1);
   auto state = std::make_shared<ProgressLineState>();
   // The widget shares the state through its draw function and its object data.
   gtk_drawing_area_set_draw_func(GTK_DRAWING_AREA(widget), &drawLine, new SharedState(state),

@@ -5,6 +5,7 @@
 #include <gtk/gtk.h>
 
 #include <memory>
+#include <string>
 
 #include "ui/window/ProgressLineBase.h"
 
@@ -12,9 +13,10 @@ namespace qipg::internal {
 
 class ProgressLine final : public ProgressLineBase {
  public:
-  // Adds a new line on top of `bar`'s other overlay children. `bar` must have
-  // ProgressLine::placeChild connected to its "get-child-position" signal.
-  static std::shared_ptr<ProgressLine> addTo(GtkOverlay* bar);
+  // Adds a new line, named `name` for assistive technology, on top of `bar`'s other overlay
+  // children. `bar` must have ProgressLine::placeChild connected to its "get-child-position"
+  // signal.
+  static std::shared_ptr<ProgressLine> addTo(GtkOverlay* bar, const std::string& name);
 
   ~ProgressLine() override;
   ProgressLine(const ProgressLine&) = delete;

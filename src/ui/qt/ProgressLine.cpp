@@ -15,7 +15,6 @@ class ProgressLine::Widget final : public QWidget {
   Widget(QWidget* bar, std::shared_ptr<ProgressLineState> state)
       : QWidget(bar), state_(std::move(state)) {
     setObjectName("qipg-progress-line");
-    setAccessibleName("Loading");
     setAttribute(Qt::WA_TransparentForMouseEvents);
     setFocusPolicy(Qt::NoFocus);
   }
@@ -74,7 +73,7 @@ QVariant AccessibleLine::currentValue() const {
 ProgressLine::ProgressLine(Widget* widget, std::shared_ptr<ProgressLineState> state)
     : ProgressLineBase(std::move(state)), widget_(widget) {}
 
-std::shared_ptr<ProgressLine> ProgressLine::addTo(QWidget* bar) {
+std::shared_ptr<ProgressLine> ProgressLine::addTo(QWidget* bar, const std::string& name) {
   static const bool factoryInstalled = [] {
     QAccessible::installFactory(&accessibleLine);
     return true;
@@ -82,6 +81,7 @@ std::shared_ptr<ProgressLine> ProgressLine::addTo(QWidget* bar) {
   static_cast<void>(factoryInstalled);
   auto state = std::make_shared<ProgressLineState>();
   auto* widget = new Widget(bar, state);
+  widget->setAccessibleName(QString::fromStdString(name));
   widget->raise();
   widget->show();
   return std::shared_ptr<ProgressLine>(new ProgressLine(widget, std::move(state)));

@@ -5,6 +5,7 @@
 #include <QPointer>
 #include <QWidget>
 #include <memory>
+#include <string>
 
 #include "ui/window/ProgressLineBase.h"
 
@@ -12,8 +13,8 @@ namespace qipg::internal {
 
 class ProgressLine final : public ProgressLineBase {
  public:
-  // Adds a new line on top of `bar`'s other children.
-  static std::shared_ptr<ProgressLine> addTo(QWidget* bar);
+  // Adds a new line, named `name` for assistive technology, on top of `bar`'s other children.
+  static std::shared_ptr<ProgressLine> addTo(QWidget* bar, const std::string& name);
   // Places every line of `bar` for the bar's current size (call when the bar is resized).
   static void placeAll(QWidget* bar);
 

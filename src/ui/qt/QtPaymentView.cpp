@@ -17,6 +17,7 @@
 #include "ui/qt/EventLoop.h"
 #include "ui/qt/ProgressLine.h"
 #include "ui/qt/QtPaymentViewImpl.h"
+#include "ui/qt/Translation.h"
 #include "ui/window/Files.h"
 #include "ui/window/TlsTrust.h"
 
@@ -185,7 +186,6 @@ void QtPaymentView::Impl::build() {
   auto* root = new Root();
   root_ = root;
   root->setStyleSheet(kStyle);
-  root->setAccessibleName("Payment");
   root->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
 
   // The bar: Cancel at the leading edge; in the middle the title label (empty, so hidden)
@@ -195,7 +195,7 @@ void QtPaymentView::Impl::build() {
   bar->setObjectName("qipg-bar");
   bar->setAttribute(Qt::WA_StyledBackground);
   bar->setFixedHeight(kBarHeight);
-  auto* cancel = new QPushButton("Cancel", bar);
+  auto* cancel = new QPushButton(bar);
   cancelButton_ = cancel;
   cancel->setObjectName("qipg-cancel");
   cancel->setFlat(true);
@@ -208,12 +208,10 @@ void QtPaymentView::Impl::build() {
   auto* lock = new QLabel(bar);
   lock_ = lock;
   lock->setPixmap(lockPixmap());
-  lock->setAccessibleName("Secure connection");
   lock->hide();
   auto* address = new QLabel(bar);
   address_ = address;
   address->setObjectName("qipg-address");
-  address->setAccessibleDescription("Address of the page shown");
 
   auto* addressRow = new QHBoxLayout();
   addressRow->setSpacing(4);
@@ -231,7 +229,9 @@ void QtPaymentView::Impl::build() {
   row->setContentsMargins(0, 0, 0, 1);
   row->addWidget(cancel);
   row->addLayout(middle, 1);
-  row->addSpacing(cancel->sizeHint().width() + 8);  // keeps the middle centred
+  // Keeps the middle centred: as wide as Cancel in the language it shows.
+  cancelMirror_ = new QSpacerItem(0, 0);
+  row->addItem(cancelMirror_);
 
   cancel->setEnabled(false);
 
@@ -254,6 +254,19 @@ void QtPaymentView::Impl::build() {
   new InputWatch(root, [weak = weakSelf()] {
     if (auto self = weak.lock()) self->touched();
   });
+  speak(internal::chromeIn({}));
+}
+
+void QtPaymentView::Impl::speak(internal::ChromeText words) {
+  words_ = std::move(words);
+  if (root_ == nullptr) return;
+  root_->setAccessibleName(QString::fromStdString(words_.payment));
+  cancelButton_->setText(QString::fromStdString(words_.cancel));
+  lock_->setAccessibleName(QString::fromStdString(words_.secureConnection));
+  address_->setAccessibleDescription(QString::fromStdString(words_.pageAddress));
+  if (webView_ != nullptr) webView_->setAccessibleName(QString::fromStdString(words_.paymentPage));
+  cancelMirror_->changeSize(cancelButton_->sizeHint().width() + 8, 0);
+  if (QLayout* row = bar_->layout()) row->invalidate();
 }
 
 std::optional<std::string> QtPaymentView::Impl::unavailable() const {
@@ -282,7 +295,6 @@ void QtPaymentView::Impl::beginPayment() {
   page->settings()->setAttribute(QWebEngineSettings::JavascriptCanOpenWindows, false);
   webView->setPage(page);
   webView->setContextMenuPolicy(Qt::NoContextMenu);
-  webView->setAccessibleName("Payment page");
   areaColumn->addWidget(webView);
   column_->insertWidget(1, area, 1);
   column_->setStretch(column_->count() - 1, 0);  // the empty place below gives way to the page
@@ -308,6 +320,7 @@ void QtPaymentView::Impl::beginPayment() {
   const bool large = options().largeText;
   root_->setStyleSheet(large ? QString(kStyle) + kLargeStyle : QString(kStyle));
   if (bar_ != nullptr) bar_->setFixedHeight(large ? kLargeBarHeight : kBarHeight);
+  speak(internal::chromeIn(options().language));  // after the style: Cancel's size is known
   if (cancelButton_ != nullptr) cancelButton_->setEnabled(true);
 }
 
@@ -348,7 +361,7 @@ Rect QtPaymentView::Impl::bounds() const {
 }
 
 std::shared_ptr<ProgressBarPort> QtPaymentView::Impl::addProgressBar() {
-  return bar_ != nullptr ? ProgressLine::addTo(bar_) : nullptr;
+  return bar_ != nullptr ? ProgressLine::addTo(bar_, words_.loading) : nullptr;
 }
 
 void QtPaymentView::Impl::setText(const Text& text) {

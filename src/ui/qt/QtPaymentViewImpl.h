@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QPointer>
 #include <QPushButton>
+#include <QSpacerItem>
 #include <QVBoxLayout>
 #include <QWebEngineCertificateError>
 #include <QWebEngineLoadingInfo>
@@ -18,6 +19,7 @@
 
 #include "qipg/QtPaymentView.h"
 #include "ui/qt/EventLoop.h"
+#include "ui/window/Chrome.h"
 #include "ui/window/ViewPayment.h"
 
 namespace qipg {
@@ -26,8 +28,10 @@ struct QtPaymentView::Impl final : internal::ViewPayment {
   Impl() : ViewPayment(&internal::postToGuiThread, internal::qtTimerScheduler()) {}
   ~Impl() override;
 
-  // The bar and the place of the web view; idle.
+  // The bar and the place of the web view; idle, its words in the process's language.
   void build();
+  // Puts the chrome's words in place (a payment's options may choose another language).
+  void speak(internal::ChromeText words);
   std::shared_ptr<Impl> self() { return std::static_pointer_cast<Impl>(shared_from_this()); }
   std::weak_ptr<Impl> weakSelf() { return self(); }
 
@@ -63,6 +67,8 @@ struct QtPaymentView::Impl final : internal::ViewPayment {
   QPointer<QLabel> address_;
   QPointer<QLabel> lock_;
   QPointer<QPushButton> cancelButton_;
+  QSpacerItem* cancelMirror_ = nullptr;  // the bar's layout owns it
+  internal::ChromeText words_;
   // The payment under way: its web view, and the widget around it that also owns its profile.
   QPointer<QWebEngineView> webView_;
   QPointer<QWidget> paymentArea_;

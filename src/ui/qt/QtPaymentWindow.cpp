@@ -91,7 +91,6 @@ std::shared_ptr<QtPaymentWindow> presentQtPaymentWindow(
 
   auto* window = new Window();
   impl->window_ = window;
-  window->setWindowTitle(QString::fromStdString(options.title));
   window->resize(options.width, options.height);
   if (options.transientFor != nullptr) {
     window->setParent(static_cast<QWidget*>(options.transientFor), Qt::Window);
@@ -105,10 +104,13 @@ std::shared_ptr<QtPaymentWindow> presentQtPaymentWindow(
   auto* column = new QVBoxLayout(window);
   column->setContentsMargins(0, 0, 0, 0);
   column->addWidget(view.root_);
+  const std::string title = options.title;
   if (!view.start(request, std::move(delegate), std::move(options), error)) {
     delete window;
     return nullptr;
   }
+  // Set once the payment has chosen the chrome's language.
+  window->setWindowTitle(QString::fromStdString(title.empty() ? view.words_.payment : title));
   window->onClose = [weak = std::weak_ptr<QtPaymentView::Impl>(impl->view_)] {
     if (auto shown = weak.lock()) shown->cancel();
   };

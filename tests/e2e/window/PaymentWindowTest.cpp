@@ -513,7 +513,9 @@ TEST_F(PaymentWindowTest, ProgressLineShowsWhileLoadingAndAFailureLeavesTheWindo
   ASSERT_NE(doomed, nullptr);
   // The gateway holds the payment page's request: the line shows until it is answered.
   doomed->setFault(sandbox::Endpoint::kPaymentPage, sandbox::Fault::kHang);
-  Flow flow(*doomed, false, "", {});
+  Flow flow(*doomed, false, "", {}, [](PaymentWindowOptions& options) {
+    options.language = "hi_IN";  // the chrome only: the gateway's page and the records stay
+  });
   flow.open();
   std::optional<toolkit::Line> line;
   ASSERT_TRUE(spinUntil([&] {
@@ -525,12 +527,13 @@ TEST_F(PaymentWindowTest, ProgressLineShowsWhileLoadingAndAFailureLeavesTheWindo
   EXPECT_EQ(line->y, line->barHeight - 2.0);
   EXPECT_EQ(line->width, line->barWidth);
   EXPECT_EQ(line->height, 2.0);
-  // Each control of ours is named for assistive technology, the line with its value.
-  for (const auto& [role, name] : {std::pair{toolkit::Role::Button, "Cancel"},
-                                   {toolkit::Role::ProgressBar, "Loading"},
-                                   {toolkit::Role::Image, "Secure connection"},
-                                   {toolkit::Role::Any, "Payment page"},
-                                   {toolkit::Role::Any, "Payment"}}) {
+  // Each control of ours is named for assistive technology, in the options' language, the
+  // line with its value.
+  for (const auto& [role, name] : {std::pair{toolkit::Role::Button, "रद्द करें"},
+                                   {toolkit::Role::ProgressBar, "लोड हो रहा है"},
+                                   {toolkit::Role::Image, "सुरक्षित कनेक्शन"},
+                                   {toolkit::Role::Any, "भुगतान पृष्ठ"},
+                                   {toolkit::Role::Any, "भुगतान"}}) {
     EXPECT_TRUE(toolkit::named(*flow.window, role, name)) << name;
   }
 
