@@ -14,7 +14,6 @@
 #include "ui/gtk/PaymentViewImpl.h"
 #include "ui/gtk/ProgressLine.h"
 #include "ui/gtk/Screenshot.h"
-#include "ui/gtk/Translation.h"
 #include "ui/gtk/WeakPointer.h"
 #include "ui/window/TlsTrust.h"
 

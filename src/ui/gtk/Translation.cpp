@@ -1,4 +1,7 @@
-#include "ui/gtk/Translation.h"
+// The GTK chrome's words through gettext, from the catalogues installed beside the library. A
+// chosen language is read through that locale's messages, so the machine must have the locale;
+// the process's locale is as gettext reads it (LANGUAGE, LC_ALL, LC_MESSAGES, LANG).
+#include "ui/window/Chrome.h"
 
 #include <dlfcn.h>
 #include <libintl.h>
@@ -6,6 +9,7 @@
 #include <clocale>
 #include <filesystem>
 #include <mutex>
+#include <system_error>
 
 namespace qipg::internal {
 namespace {
@@ -21,7 +25,9 @@ void bindCatalogues() {
     if (dladdr(reinterpret_cast<void*>(&chromeIn), &self) == 0 || self.dli_fname == nullptr) {
       return;
     }
-    const std::filesystem::path library = std::filesystem::absolute(self.dli_fname);
+    std::error_code unresolved;  // then gettext's own directory, and English
+    const std::filesystem::path library = std::filesystem::absolute(self.dli_fname, unresolved);
+    if (unresolved) return;
     const std::filesystem::path catalogues =
         (library.parent_path() / QIPG_LOCALE_FROM_LIBDIR).lexically_normal();
     bindtextdomain(kDomain, catalogues.c_str());

@@ -17,7 +17,6 @@
 #include "ui/qt/EventLoop.h"
 #include "ui/qt/ProgressLine.h"
 #include "ui/qt/QtPaymentViewImpl.h"
-#include "ui/qt/Translation.h"
 #include "ui/window/Files.h"
 #include "ui/window/TlsTrust.h"
 

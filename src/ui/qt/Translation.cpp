@@ -1,4 +1,6 @@
-#include "ui/qt/Translation.h"
+// The Qt chrome's words through Qt's translation system, from catalogues built into the
+// library; the process's locale is QLocale's default (the system's, LANGUAGE included).
+#include "ui/window/Chrome.h"
 
 #include <QLocale>
 #include <QString>

@@ -20,4 +20,9 @@ struct ChromeText {
 // The chrome as `translate` renders each English text (its catalogue's key).
 ChromeText chromeText(const std::function<std::string(const char* english)>& translate);
 
+// The chrome in `language`, a locale name ("hi_IN"), or English when no catalogue has it;
+// empty: the process's locale. Each toolkit's library defines it with its own translation
+// system (GTK: gettext, which needs that locale installed; Qt: a translator of its own).
+ChromeText chromeIn(const std::string& language);
+
 }  // namespace qipg::internal
