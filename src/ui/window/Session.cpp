@@ -249,6 +249,17 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
   started.controller = WebviewController::create(client ? client->config : options.gateway);
   started.controller->setRequest(request);
   started.onPageLoad = options.onPageLoad;
+  // A payment whose journal entry cannot be written does not start: nothing loads, and its
+  // window is not reported opened (it would never be reported ended).
+  std::optional<JournalEntryWritten> written;
+  if (options.journal) {
+    written = writeJournalEntry(options, client);
+    if (!written->journal) {
+      started.notStarted = failedStatus("the payment was not started: " + written->problem);
+      started.delegate = host;
+      return started;
+    }
+  }
   PaymentWindowOptions wired = options;
   std::shared_ptr<const CallEvents> events = windowEvents(options, client);
   if (*events) {
@@ -268,24 +279,15 @@ WindowController startController(const PaymentWindowOptions& options, const URLR
       };
     }
   }
-  std::optional<JournalEntryWritten> written;
-  if (options.journal) {
-    written = writeJournalEntry(options, client);
-    if (!written->journal) {
-      started.notStarted = failedStatus("the payment was not started: " + written->problem);
-      started.delegate = host;
-      return started;
-    }
-    if (wired.reconcile) {
-      wired.reconcile->onStatus =
-          [journal = written->journal, entry = written->entry,
-           chained = std::move(wired.reconcile->onStatus)](const PaymentResponse& status) mutable {
-            entry.status = status;
-            entry.state = reconciledState(entry.operation, status).value_or(JournalState::Unknown);
-            journal->reconciled(entry);
-            if (chained) chained(status);
-          };
-    }
+  if (written && wired.reconcile) {
+    wired.reconcile->onStatus =
+        [journal = written->journal, entry = written->entry,
+         chained = std::move(wired.reconcile->onStatus)](const PaymentResponse& status) mutable {
+          entry.status = status;
+          entry.state = reconciledState(entry.operation, status).value_or(JournalState::Unknown);
+          journal->reconciled(entry);
+          if (chained) chained(status);
+        };
   }
   started.delegate = windowDelegate(std::move(host), wired, std::move(post), client);
   if (written) {
