@@ -1,18 +1,21 @@
 // The foreground runner shared by ipg-sandbox and `ipg sandbox`.
 #include "CommandLine.h"
 
+#include <CLI/CLI.hpp>
 #include <httplib.h>
 #include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <iostream>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 
 #include "DataDir.h"
 #include "Sandbox.h"
+#include "qipg/Version.h"
 
 namespace qipg::sandbox {
 namespace {
@@ -263,6 +266,19 @@ std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::os
     }
     return runSandbox(*s, out, err, program);
   };
+}
+
+int runProgram(int argc, char** argv) {
+  CLI::App app;
+  app.name("ipg-sandbox");
+  app.set_version_flag("--version", "ipg-sandbox " QIPG_VERSION_STRING);
+  const auto run = defineCommandLine(app, std::cout, std::cerr, "ipg-sandbox");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : 2;
+  }
+  return run();
 }
 
 std::optional<std::string> runningBaseURL(const std::string& dataDir, std::string* warning) {

@@ -4,10 +4,13 @@
 // Not thread-safe: define, parse and run on one thread.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <ostream>
 #include <string>
+
+namespace CLI {
+class App;
+}
 
 namespace qipg::sandbox {
 
@@ -19,5 +22,9 @@ namespace qipg::sandbox {
 // --print-env lines); `err` gets one line per request and the messages, each after `program`.
 std::function<int()> defineCommandLine(CLI::App& app, std::ostream& out, std::ostream& err,
                                        const std::string& program);
+
+// ipg-sandbox's whole program: its command line (with --version) parsed from `argv` and run;
+// the result is the exit code above.
+int runProgram(int argc, char** argv);
 
 }  // namespace qipg::sandbox
