@@ -10,7 +10,7 @@
 #include "qipg/RefundRequest.h"
 #include "qipg/StatusRequest.h"
 
-namespace qipg {
+namespace qipg::management_request_test {
 namespace {
 
 std::string rep(char c, std::size_t n) { return std::string(n, c); }
@@ -141,4 +141,4 @@ TEST(ManagementMessageTest, CancelAndRefundLayout) {
 }
 
 }  // namespace
-}  // namespace qipg
+}  // namespace qipg::management_request_test

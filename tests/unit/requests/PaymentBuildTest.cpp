@@ -11,7 +11,7 @@
 #include "qipg/IPGCardCaptureRequest.h"
 #include "qipg/IPGStandardRequest.h"
 
-namespace qipg {
+namespace qipg::payment_build_test {
 namespace {
 
 const std::string kKey = "0123456789abcdef0123456789ABCDEF";
@@ -161,4 +161,4 @@ TEST(PaymentBuildTest, AbsentSlotIsRefusedNamingTheField) {
 }
 
 }  // namespace
-}  // namespace qipg
+}  // namespace qipg::payment_build_test

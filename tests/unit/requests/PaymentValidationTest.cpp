@@ -10,7 +10,7 @@
 #include "qipg/IPGCardCaptureRequest.h"
 #include "qipg/IPGStandardRequest.h"
 
-namespace qipg {
+namespace qipg::payment_validation_test {
 namespace {
 
 std::string rep(char c, std::size_t n) { return std::string(n, c); }
@@ -156,4 +156,4 @@ TEST(PaymentValidationTest, FirstFailingCheckWins) {
 }
 
 }  // namespace
-}  // namespace qipg
+}  // namespace qipg::payment_validation_test
