@@ -4,7 +4,7 @@
 
 # How long each fuzz target runs in `make test`, from its seed corpus in fuzz/corpus;
 # `make fuzz FUZZ_SECONDS=600` searches longer.
-FUZZ_SECONDS ?= 12
+FUZZ_SECONDS ?= 8
 
 deps:
 	scripts/install-deps
